@@ -1,0 +1,57 @@
+# Entry points: `make demo` (set up, build, run the examples) and `make test` (everything CI runs).
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
+JOBS       ?= $(shell nproc)
+CMAKE_GEN  := -G Ninja
+CTEST      := ctest --output-on-failure -j $(JOBS) --timeout 900
+SAN_FLAGS  := -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS=-O1 -DCMAKE_CXX_FLAGS=-O1 \
+              -DTVX_BUILD_EXAMPLES=OFF
+
+.PHONY: all deps build demo test test-release test-asan test-tsan bench accuracy clean format
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+$(BUILD)/build.ninja: | deps
+	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DTVX_BUILD_BENCH=ON
+
+build: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	$(BUILD)/tools/tvx-info
+	$(BUILD)/examples/example_vector_add
+
+test: test-release test-asan test-tsan
+	@echo "make test: all suites passed"
+
+test-release: build
+	cd $(BUILD) && $(CTEST) -LE slow
+
+test-asan: deps
+	cmake -S . -B $(ASAN_BUILD) $(CMAKE_GEN) $(SAN_FLAGS) "-DTVX_SANITIZE=address;undefined"
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  $(CTEST) -LE 'slow|nosan'
+
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) $(CMAKE_GEN) $(SAN_FLAGS) -DTVX_SANITIZE=thread
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target thread_tests
+	cd $(TSAN_BUILD) && TSAN_OPTIONS="suppressions=$(CURDIR)/tests/tsan.supp halt_on_error=1" \
+	  $(CTEST) -L threads
+
+bench: build
+	env -u OPENBLAS_CORETYPE $(BUILD)/bench/tvx_bench --benchmark_min_time=0.2
+
+accuracy: build
+	cd $(BUILD) && $(CTEST) -L accuracy-full
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
+
+format:
+	find include runtime vector random stats tests tools bench examples \
+	  \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) | xargs clang-format -i

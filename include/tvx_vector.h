@@ -1,0 +1,150 @@
+/*
+ * Tarvex vector mathematics: element-wise functions on arrays of real and complex numbers.
+ *
+ * Every function exists in four calling forms sharing one implementation:
+ *   vdExp(n, a, r)            C form
+ *   vmdExp(n, a, r, mode)     mode form: runs with the accuracy and error mode of `mode`
+ *   vdexp(&n, a, r)           lower-case form, scalars by pointer (for Fortran-style callers)
+ *   vmdexp(&n, a, r, &mode)   lower-case mode form
+ *
+ * Bad arguments never crash: a negative n or a null array prints
+ * "Orvane Tarvex ERROR: Parameter %d was incorrect on entry to %s." and sets the calling
+ * thread's status word (KAZ_STATUS_BADSIZE or KAZ_STATUS_BADMEM); n == 0 does nothing.
+ * Per-element conditions (domain, singularity, overflow, underflow) go through the thread's
+ * error mode: status word, errno, a printed line, the x87 flag and/or the error callback.
+ *
+ * Thread safety: all functions may be called from any number of threads at once; the mode word,
+ * status word and callback are per thread.
+ */
+#ifndef TVX_VECTOR_H
+#define TVX_VECTOR_H
+
+#ifndef TVX_API
+#if defined(TVX_BUILDING_LIBRARY)
+#define TVX_API __attribute__((visibility("default")))
+#else
+#define TVX_API
+#endif
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Complex element types: real part first, as in C99 _Complex and std::complex. */
+typedef struct { float real; float imag; } TvxComplex8;
+typedef struct { double real; double imag; } TvxComplex16;
+
+/* ---- Mode word --------------------------------------------------------------------------- */
+#define KAZ_LA 0x00000001u
+#define KAZ_HA 0x00000002u
+#define KAZ_EP 0x00000003u
+#define KAZ_DEFAULT_PRECISION 0x00000000u
+#define KAZ_FLOAT_CONSISTENT 0x00000010u
+#define KAZ_DOUBLE_CONSISTENT 0x00000020u
+#define KAZ_RESTORE 0x00000030u
+
+#define KAZ_ERRMODE_IGNORE 0x00000100u
+#define KAZ_ERRMODE_ERRNO 0x00000200u
+#define KAZ_ERRMODE_STDERR 0x00000400u
+#define KAZ_ERRMODE_EXCEPT 0x00000800u
+#define KAZ_ERRMODE_CALLBACK 0x00001000u
+#define KAZ_ERRMODE_NOERR 0x00002000u
+#define KAZ_ERRMODE_DEFAULT 0x00001A00u
+
+#define KAZ_FLUSH_DENORMALS_ON 0x00280000u
+#define KAZ_FLUSH_DENORMALS_OFF 0x00140000u
+
+#define KAZ_TRAP_INVALID 0x01000000u
+#define KAZ_TRAP_DIVBYZERO 0x02000000u
+#define KAZ_TRAP_OVERFLOW 0x04000000u
+#define KAZ_TRAP_UNDERFLOW 0x08000000u
+
+#define KAZ_ACCURACY_MASK 0x0000000Fu
+#define KAZ_FPUMODE_MASK 0x000000F0u
+#define KAZ_ERRMODE_MASK 0x0000FF00u
+#define KAZ_SPARE_MASK 0x00030000u
+#define KAZ_FTZDAZ_MASK 0x003C0000u
+#define KAZ_TRAP_MASK 0x0F000000u
+
+#define KAZ_DEFAULT_MODE 0x00001A02u
+
+/* ---- Status word ------------------------------------------------------------------------- */
+#define KAZ_STATUS_OK 0
+#define KAZ_STATUS_BADSIZE (-1)
+#define KAZ_STATUS_BADMEM (-2)
+#define KAZ_STATUS_ERRDOM 1
+#define KAZ_STATUS_SING 2
+#define KAZ_STATUS_OVERFLOW 3
+#define KAZ_STATUS_UNDERFLOW 4
+#define KAZ_STATUS_EP_ONLY_WARNING 1000
+
+/* ---- Error callback ---------------------------------------------------------------------- */
+/* One record per reported element. `index` counts in the caller's whole vector. The callback
+ * may rewrite r1 (and r2) and return 0 to have the new value stored; a non-zero return keeps
+ * the kernel's result and skips the default action. Real functions leave the *_im fields 0. */
+typedef struct kaz_error_record {
+  int code;
+  int index;
+  double a1;
+  double a2;
+  double r1;
+  double r2;
+  char name[64];
+  int name_len;
+  double a1_im;
+  double a2_im;
+  double r1_im;
+  double r2_im;
+} kaz_error_record;
+
+typedef int (*KazErrorCallBack)(kaz_error_record* record);
+
+/* ---- Mode, status and callback of the calling thread ------------------------------------ */
+/* Merges the non-zero fields of `mode` into the thread's mode word; returns the previous word.
+ * A zero field leaves that field unchanged, so no call can clear a field. */
+TVX_API unsigned int kazSetMode(unsigned int mode);
+TVX_API unsigned int kazsetmode(const unsigned int* mode);
+/* The thread's mode word; the first call on a thread reads TVX_KAZ_MODE (default 0x1A02). */
+TVX_API unsigned int kazGetMode(void);
+TVX_API unsigned int kazgetmode(void);
+TVX_API int kazSetErrStatus(int status);
+TVX_API int kazseterrstatus(const int* status);
+TVX_API int kazGetErrStatus(void);
+TVX_API int kazgeterrstatus(void);
+TVX_API int kazClearErrStatus(void);
+TVX_API int kazclearerrstatus(void);
+TVX_API KazErrorCallBack kazSetErrorCallBack(KazErrorCallBack callback);
+TVX_API KazErrorCallBack kazseterrorcallback(KazErrorCallBack callback);
+TVX_API KazErrorCallBack kazGetErrorCallBack(void);
+TVX_API KazErrorCallBack kazgeterrorcallback(void);
+TVX_API KazErrorCallBack kazClearErrorCallBack(void);
+TVX_API KazErrorCallBack kazclearerrorcallback(void);
+
+/* ---- Vector functions -------------------------------------------------------------------- */
+/* The block below is generated from vector/frame/functions.def by tools/gen_vector_header.py;
+ * a test fails when it is out of date. Do not edit it by hand. */
+/* BEGIN GENERATED VECTOR DECLARATIONS */
+TVX_API void vdAdd(int n, const double* a, const double* b, double* r);
+TVX_API void vmdAdd(int n, const double* a, const double* b, double* r, unsigned int mode);
+TVX_API void vdadd(const int* n, const double* a, const double* b, double* r);
+TVX_API void vmdadd(const int* n, const double* a, const double* b, double* r, const unsigned int* mode);
+TVX_API void vsAdd(int n, const float* a, const float* b, float* r);
+TVX_API void vmsAdd(int n, const float* a, const float* b, float* r, unsigned int mode);
+TVX_API void vsadd(const int* n, const float* a, const float* b, float* r);
+TVX_API void vmsadd(const int* n, const float* a, const float* b, float* r, const unsigned int* mode);
+TVX_API void vdSub(int n, const double* a, const double* b, double* r);
+TVX_API void vmdSub(int n, const double* a, const double* b, double* r, unsigned int mode);
+TVX_API void vdsub(const int* n, const double* a, const double* b, double* r);
+TVX_API void vmdsub(const int* n, const double* a, const double* b, double* r, const unsigned int* mode);
+TVX_API void vsSub(int n, const float* a, const float* b, float* r);
+TVX_API void vmsSub(int n, const float* a, const float* b, float* r, unsigned int mode);
+TVX_API void vssub(const int* n, const float* a, const float* b, float* r);
+TVX_API void vmssub(const int* n, const float* a, const float* b, float* r, const unsigned int* mode);
+/* END GENERATED VECTOR DECLARATIONS */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TVX_VECTOR_H */

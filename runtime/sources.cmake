@@ -1,0 +1,6 @@
+target_sources(tvx_core PRIVATE
+  runtime/report.cpp
+  runtime/cpu_type.cpp
+  runtime/memory.cpp
+  runtime/verbose.cpp
+)

@@ -1,0 +1,8 @@
+target_sources(tvx_core PRIVATE
+  vector/frame/mode_status.cpp
+  vector/frame/rows.cpp
+  vector/frame/exports.cpp
+)
+
+# Kernel families compiled once per instruction-set variant.
+tvx_add_variant_family(arith_round vector/kernels/arith_round/variant.cpp)
