@@ -3,4 +3,5 @@ target_sources(tvx_core PRIVATE
   runtime/cpu_type.cpp
   runtime/memory.cpp
   runtime/verbose.cpp
+  runtime/settings.cpp
 )
