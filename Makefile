@@ -44,7 +44,7 @@ test-tsan: deps
 	  $(CTEST) -L threads
 
 bench: build
-	env -u OPENBLAS_CORETYPE $(BUILD)/bench/tvx_bench --benchmark_min_time=0.2
+	for b in $(BUILD)/bench/bench_*; do env -u OPENBLAS_CORETYPE $$b; done
 
 accuracy: build
 	cd $(BUILD) && $(CTEST) -L accuracy-full
