@@ -1,0 +1,262 @@
+// What every kernel shares: the floating-point environment on entry and exit, the blocked main
+// loop with its bad-lane bit mask, scalar callouts with one report per bad element, and the tail
+// run through the same vector algorithm on a partial register padded with the filler 0.75.
+//
+// A kernel is a policy struct K with
+//   using T = float or double;
+//   static constexpr Env kEnv;                  // how it treats the floating-point environment
+//   static constexpr const char* kName;         // the export's C-form name, for reports
+//   static vec<T> vector(args..., std::uint32_t& bad, std::uint32_t mode);
+//       computes a whole register; sets bit j of `bad` for a lane that needs the callout
+//   static int callout(args..., T* result);     // one element exactly, returns a status 0..4
+// and is run by the driver of its arity class: run_v_v<K>(n, a, r), run_vv_v<K>(n, a, b, r), ...
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "vector/frame/mode_status.h"
+#include "vector/kernels/common/simd_ops.h"
+
+namespace tvx::TVX_VNS {
+
+template <class T>
+inline constexpr T kFiller = T(0.75);
+
+// How a kernel treats the floating-point environment.
+enum class Env {
+  // Reads the mode word: all exceptions masked, round to nearest, flush-to-zero and
+  // denormals-are-zero exactly when the mode's denormal field asks for it.
+  kMode,
+  // Moves bits only: makes sure exceptions are masked and leaves rounding and flush bits alone,
+  // so that the caller's rounding mode is honoured.
+  kBitsOnly,
+  // As kMode, and the x87 unit in double precision, round to nearest, all masked (division and
+  // reciprocal kernels of the SSE2 variants).
+  kModeStrictX87,
+};
+
+class FpGuard {
+ public:
+  explicit FpGuard(Env env) {
+    std::uint16_t cw;
+    asm volatile("fnstcw %0" : "=m"(cw));
+    saved_cw_ = cw;
+    if (env == Env::kModeStrictX87) {
+      if ((cw & 0xF3F) != 0x23F) {
+        const std::uint16_t ncw = static_cast<std::uint16_t>((cw & ~0xF3F) | 0x23F);
+        asm volatile("fnclex\n\tfldcw %0" : : "m"(ncw));
+        restore_ |= 1;
+      }
+    } else if ((cw & 0x3F) != 0x3F) {
+      const std::uint16_t ncw = static_cast<std::uint16_t>(cw | 0x3F);
+      asm volatile("fnclex\n\tfldcw %0" : : "m"(ncw));
+      restore_ |= 1;
+    }
+    const std::uint32_t csr = _mm_getcsr();
+    saved_csr_ = csr;
+    if (env == Env::kBitsOnly) {
+      if ((csr & 0x1F80) != 0x1F80) {
+        _mm_setcsr(csr | 0x1F80);
+        restore_ |= 2;
+      }
+      return;
+    }
+    mode_ = kazGetMode();
+    const std::uint32_t target =
+        (mode_ & KAZ_FTZDAZ_MASK) == KAZ_FLUSH_DENORMALS_ON ? 0x9FC0u : 0x1F80u;
+    if ((csr & 0xFFC0) != target) {
+      _mm_setcsr((csr & 0xFFFF003Fu) | target);
+      restore_ |= 2;
+    }
+  }
+  ~FpGuard() {
+    if (restore_ & 1) asm volatile("fldcw %0" : : "m"(saved_cw_));
+    if (restore_ & 2) _mm_setcsr(saved_csr_ | (_mm_getcsr() & 0x3F));
+  }
+  FpGuard(const FpGuard&) = delete;
+  FpGuard& operator=(const FpGuard&) = delete;
+
+  // The mode word read on entry (0 for kBitsOnly kernels, which do not read it).
+  std::uint32_t mode() const { return mode_; }
+
+ private:
+  std::uint32_t mode_ = 0;
+  std::uint32_t saved_csr_ = 0;
+  std::uint16_t saved_cw_ = 0;
+  int restore_ = 0;
+};
+
+// Element reports by type.
+inline void report(int st, int i, const double* a1, const double* a2, double* r1, double* r2,
+                   const char* name) {
+  kaz_report_d(st, i, a1, a2, r1, r2, name);
+}
+inline void report(int st, int i, const float* a1, const float* a2, float* r1, float* r2,
+                   const char* name) {
+  kaz_report_s(st, i, a1, a2, r1, r2, name);
+}
+
+// ---- one in, one out ----------------------------------------------------------------------------
+template <class K>
+inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count,
+                      std::uint32_t mode) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
+  std::uint32_t bad = 0;
+  V y = K::vector(x, bad, mode);
+  if (count < L) bad &= (1u << count) - 1u;
+  if (bad == 0) {
+    if (count == L) {
+      simd::storeu(r + i, y);
+    } else {
+      simd::store_partial(r + i, y, count);
+    }
+    return;
+  }
+  alignas(64) T arg[L];
+  alignas(64) T res[L];
+  x.store_aligned(arg);
+  y.store_aligned(res);
+  for (std::uint32_t b = bad; b != 0; b &= b - 1) {
+    const int j = __builtin_ctz(b);
+    T out;
+    const int st = K::callout(arg[j], &out);
+    if (st == 0) {
+      res[j] = out;
+    } else {
+      r[i + j] = out;
+      report(st, i + j, a, a, r, r, K::kName);
+      res[j] = r[i + j];
+    }
+  }
+  for (int j = 0; j < count; ++j) r[i + j] = res[j];
+}
+
+template <class K>
+inline void run_v_v(int n, const typename K::T* a, typename K::T* r) {
+  if (n <= 0) return;
+  FpGuard env(K::kEnv);
+  const std::uint32_t mode = env.mode();
+  constexpr int L = simd::lanes<typename K::T>;
+  int i = 0;
+  for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode);
+  if (i < n) block_v_v<K>(a, r, i, n - i, mode);
+}
+
+// ---- two in, one out ----------------------------------------------------------------------------
+template <class K>
+inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename K::T* r, int i,
+                       int count, std::uint32_t mode) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
+  const V z = count == L ? simd::loadu(b + i) : simd::load_partial(b + i, count, kFiller<T>);
+  std::uint32_t bad = 0;
+  V y = K::vector(x, z, bad, mode);
+  if (count < L) bad &= (1u << count) - 1u;
+  if (bad == 0) {
+    if (count == L) {
+      simd::storeu(r + i, y);
+    } else {
+      simd::store_partial(r + i, y, count);
+    }
+    return;
+  }
+  alignas(64) T arg1[L];
+  alignas(64) T arg2[L];
+  alignas(64) T res[L];
+  x.store_aligned(arg1);
+  z.store_aligned(arg2);
+  y.store_aligned(res);
+  for (std::uint32_t m = bad; m != 0; m &= m - 1) {
+    const int j = __builtin_ctz(m);
+    T out;
+    const int st = K::callout(arg1[j], arg2[j], &out);
+    if (st == 0) {
+      res[j] = out;
+    } else {
+      r[i + j] = out;
+      report(st, i + j, a, b, r, r, K::kName);
+      res[j] = r[i + j];
+    }
+  }
+  for (int j = 0; j < count; ++j) r[i + j] = res[j];
+}
+
+template <class K>
+inline void run_vv_v(int n, const typename K::T* a, const typename K::T* b, typename K::T* r) {
+  if (n <= 0) return;
+  FpGuard env(K::kEnv);
+  const std::uint32_t mode = env.mode();
+  constexpr int L = simd::lanes<typename K::T>;
+  int i = 0;
+  for (; i + L <= n; i += L) block_vv_v<K>(a, b, r, i, L, mode);
+  if (i < n) block_vv_v<K>(a, b, r, i, n - i, mode);
+}
+
+// ---- one in, two out ----------------------------------------------------------------------------
+template <class K>
+inline void block_v_vv(const typename K::T* a, typename K::T* r1, typename K::T* r2, int i,
+                       int count, std::uint32_t mode) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
+  std::uint32_t bad = 0;
+  V y1, y2;
+  K::vector(x, y1, y2, bad, mode);
+  if (count < L) bad &= (1u << count) - 1u;
+  if (bad == 0) {
+    if (count == L) {
+      simd::storeu(r1 + i, y1);
+      simd::storeu(r2 + i, y2);
+    } else {
+      simd::store_partial(r1 + i, y1, count);
+      simd::store_partial(r2 + i, y2, count);
+    }
+    return;
+  }
+  alignas(64) T arg[L];
+  alignas(64) T res1[L];
+  alignas(64) T res2[L];
+  x.store_aligned(arg);
+  y1.store_aligned(res1);
+  y2.store_aligned(res2);
+  for (std::uint32_t m = bad; m != 0; m &= m - 1) {
+    const int j = __builtin_ctz(m);
+    T o1, o2;
+    const int st = K::callout(arg[j], &o1, &o2);
+    if (st == 0) {
+      res1[j] = o1;
+      res2[j] = o2;
+    } else {
+      r1[i + j] = o1;
+      r2[i + j] = o2;
+      report(st, i + j, a, a, r1, r2, K::kName);
+      res1[j] = r1[i + j];
+      res2[j] = r2[i + j];
+    }
+  }
+  for (int j = 0; j < count; ++j) {
+    r1[i + j] = res1[j];
+    r2[i + j] = res2[j];
+  }
+}
+
+template <class K>
+inline void run_v_vv(int n, const typename K::T* a, typename K::T* r1, typename K::T* r2) {
+  if (n <= 0) return;
+  FpGuard env(K::kEnv);
+  const std::uint32_t mode = env.mode();
+  constexpr int L = simd::lanes<typename K::T>;
+  int i = 0;
+  for (; i + L <= n; i += L) block_v_vv<K>(a, r1, r2, i, L, mode);
+  if (i < n) block_v_vv<K>(a, r1, r2, i, n - i, mode);
+}
+
+}  // namespace tvx::TVX_VNS

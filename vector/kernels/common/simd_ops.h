@@ -1,0 +1,223 @@
+// Our SIMD vocabulary. Kernels use these names, never the SIMD library's, so the register layer
+// can be swapped in this one file. The register types are xsimd batches of the variant's arch;
+// what xsimd 8.1 lacks or gets wrong (FMA on AVX-512, comparison bit masks, masked partial
+// moves, AVX-512 specials) is written here with intrinsics per arch.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "vector/kernels/common/variant.h"
+
+namespace tvx::TVX_VNS::simd {
+
+template <class T>
+using vec = xsimd::batch<T, arch>;
+template <class T>
+using mask = xsimd::batch_bool<T, arch>;
+
+template <class T>
+inline constexpr int lanes = static_cast<int>(vec<T>::size);
+
+// Integer lane type of the same width as T.
+template <class T>
+struct int_of;
+template <>
+struct int_of<double> {
+  using type = std::int64_t;
+  using utype = std::uint64_t;
+};
+template <>
+struct int_of<float> {
+  using type = std::int32_t;
+  using utype = std::uint32_t;
+};
+template <class T>
+using ivec = vec<typename int_of<T>::type>;
+template <class T>
+using uvec = vec<typename int_of<T>::utype>;
+
+inline constexpr bool kHasFma = (TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5);
+inline constexpr bool kHasRound = (TVX_VARIANT_ID >= 2);
+inline constexpr bool kAvx512 = (TVX_VARIANT_ID == 5);
+
+// ---- loads and stores ---------------------------------------------------------------------------
+template <class T>
+inline vec<T> loadu(const T* p) {
+  return vec<T>::load_unaligned(p);
+}
+template <class T>
+inline void storeu(T* p, const vec<T>& v) {
+  v.store_unaligned(p);
+}
+template <class T>
+inline vec<T> splat(T x) {
+  return vec<T>(x);
+}
+
+// Loads the first `count` (0 < count < lanes) elements of p; the other lanes hold `fill`.
+template <class T>
+inline vec<T> load_partial(const T* p, int count, T fill) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    const __mmask8 m = static_cast<__mmask8>((1u << count) - 1u);
+    return vec<T>(_mm512_mask_loadu_pd(_mm512_set1_pd(fill), m, p));
+  } else {
+    const __mmask16 m = static_cast<__mmask16>((1u << count) - 1u);
+    return vec<T>(_mm512_mask_loadu_ps(_mm512_set1_ps(fill), m, p));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    const __m256i idx = _mm256_setr_epi64x(0, 1, 2, 3);
+    const __m256i m = _mm256_cmpgt_epi64(_mm256_set1_epi64x(count), idx);
+    const __m256d v = _mm256_maskload_pd(p, m);
+    return vec<T>(_mm256_blendv_pd(_mm256_set1_pd(fill), v, _mm256_castsi256_pd(m)));
+  } else {
+    const __m256i idx = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i m = _mm256_cmpgt_epi32(_mm256_set1_epi32(count), idx);
+    const __m256 v = _mm256_maskload_ps(p, m);
+    return vec<T>(_mm256_blendv_ps(_mm256_set1_ps(fill), v, _mm256_castsi256_ps(m)));
+  }
+#else
+  alignas(64) T buf[lanes<T>];
+  for (int j = 0; j < lanes<T>; ++j) buf[j] = j < count ? p[j] : fill;
+  return vec<T>::load_aligned(buf);
+#endif
+}
+
+// Stores the first `count` (0 < count <= lanes) lanes of v to p; nothing past them is touched.
+template <class T>
+inline void store_partial(T* p, const vec<T>& v, int count) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    _mm512_mask_storeu_pd(p, static_cast<__mmask8>((1u << count) - 1u), v);
+  } else {
+    _mm512_mask_storeu_ps(p, static_cast<__mmask16>((1u << count) - 1u), v);
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    const __m256i m = _mm256_cmpgt_epi64(_mm256_set1_epi64x(count), _mm256_setr_epi64x(0, 1, 2, 3));
+    _mm256_maskstore_pd(p, m, v);
+  } else {
+    const __m256i m =
+        _mm256_cmpgt_epi32(_mm256_set1_epi32(count), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+    _mm256_maskstore_ps(p, m, v);
+  }
+#else
+  alignas(64) T buf[lanes<T>];
+  v.store_aligned(buf);
+  for (int j = 0; j < count; ++j) p[j] = buf[j];
+#endif
+}
+
+// ---- bit masks of comparisons -------------------------------------------------------------------
+// Bit j set when lane j of m is true.
+template <class T>
+inline std::uint32_t bits(const mask<T>& m) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return static_cast<__mmask8>(m);
+  } else {
+    return static_cast<__mmask16>(m);
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return static_cast<std::uint32_t>(_mm256_movemask_pd(m));
+  } else {
+    return static_cast<std::uint32_t>(_mm256_movemask_ps(m));
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    return static_cast<std::uint32_t>(_mm_movemask_pd(m));
+  } else {
+    return static_cast<std::uint32_t>(_mm_movemask_ps(m));
+  }
+#endif
+}
+
+template <class T>
+inline vec<T> select(const mask<T>& m, const vec<T>& a, const vec<T>& b) {
+  return xsimd::select(m, a, b);
+}
+
+// ---- bit views -------------------------------------------------------------------------------------
+template <class T>
+inline uvec<T> as_bits(const vec<T>& v) {
+  return xsimd::bitwise_cast<uvec<T>>(v);
+}
+template <class T>
+inline ivec<T> as_ints(const vec<T>& v) {
+  return xsimd::bitwise_cast<ivec<T>>(v);
+}
+template <class T, class I>
+inline vec<T> from_bits(const I& v) {
+  return xsimd::bitwise_cast<vec<T>>(v);
+}
+
+// ---- arithmetic ---------------------------------------------------------------------------------------
+// a * b + c rounded once. Only variants 3 and 5 have it; other variants must not call it.
+template <class T>
+inline vec<T> fma(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+  static_assert(kHasFma || sizeof(T) == 0, "no fused multiply-add on this variant");
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_fmadd_pd(a, b, c));
+  } else {
+    return vec<T>(_mm512_fmadd_ps(a, b, c));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_fmadd_pd(a, b, c));
+  } else {
+    return vec<T>(_mm256_fmadd_ps(a, b, c));
+  }
+#else
+  return a * b + c;
+#endif
+}
+// a * b - c rounded once (variants 3 and 5).
+template <class T>
+inline vec<T> fms(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+  return fma(a, b, vec<T>(-c));
+}
+// -(a * b) + c rounded once (variants 3 and 5).
+template <class T>
+inline vec<T> fnma(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+  return fma(vec<T>(-a), b, c);
+}
+// a * b + c with two roundings; the same on every variant.
+template <class T>
+inline vec<T> mul_add(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+  return a * b + c;
+}
+// Multiply-add that uses the fused form where the variant has one. Results then differ by
+// variant, which only accuracy-level kernels may allow.
+template <class T>
+inline vec<T> madd(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+  if constexpr (kHasFma) {
+    return fma(a, b, c);
+  } else {
+    return a * b + c;
+  }
+}
+
+template <class T>
+inline vec<T> abs(const vec<T>& v) {
+  return xsimd::abs(v);
+}
+template <class T>
+inline vec<T> sqrt(const vec<T>& v) {
+  return xsimd::sqrt(v);
+}
+
+// Evaluates c[0] + x*(c[1] + x*(c[2] + ...)) by Horner's rule with the variant's multiply-add.
+template <class T, std::size_t N>
+inline vec<T> horner(const vec<T>& x, const T (&c)[N]) {
+  vec<T> acc(c[N - 1]);
+  for (std::size_t k = N - 1; k-- > 0;) acc = madd(acc, x, vec<T>(c[k]));
+  return acc;
+}
+
+}  // namespace tvx::TVX_VNS::simd
