@@ -43,21 +43,33 @@ int tvx_cpu_has_feature(int bit);
 // Upper-case name of a feature bit, or null.
 const char* tvx_cpu_feature_name(int bit);
 
-int tvx_kaz_variant_index(void);  // vector variant 0..5, includes the debug override
-int tvx_rud_cpu_type(void);       // CPU type 0..9 for random and statistics code
+int tvx_kaz_variant_index(void);      // vector variant 0..5, includes the debug override
+int tvx_rud_cpu_type(void);           // CPU type 0..9 for random and statistics code
 int tvx_serv_get_cpu_type(void);      // base type
 int tvx_serv_get_kaz_cpu_type(void);  // CPU type
+// Raw class of this processor (0, 3, 5, 7, 9, 10, 12, 14, 15, 16), or -1 with *fatal_out set
+// when it lacks SSE3 (after printing why).
 int tvx_serv_cpu_classify(int* fatal_out);
+// Parses TVX_ENABLE_INSTRUCTIONS once and applies it; writes the limit code (-1: none).
 void tvx_serv_enable_instructions(int* limit_out);
+// 1 when the processor's vendor is one the library is tuned for.
 int tvx_serv_has_home_vendor(void);
 
 // Reproducibility word: low 16 bits branch code, bit 16 strict. tvx_cbwr_get(1) gives the
-// branch code, tvx_cbwr_get(-1) the whole word, anything else -2.
+// branch code, tvx_cbwr_get(-1) the whole word, anything else -2. The first call parses TVX_CBWR
+// under the detection lock.
+enum : int {
+  TVX_CBWR_BRANCH_MASK = 0xFFFF,
+  TVX_CBWR_STRICT = 0x10000,
+};
 int tvx_cbwr_get(int what);
-// Name of a branch code as printed by verbose lines ("OFF", "AUTO", ..., "?%x").
+// Name of a branch code as printed by verbose lines ("OFF", "AUTO", ..., "?%x"), written to
+// `buffer` (truncated to `size`) and returned.
 const char* tvx_cbwr_branch_name(int code, char* buffer, int size);
 
 // Random and statistics copy (0 base, 1 compatibility, 2 SSE4.2, 3 AVX2, 4 AVX-512) of a CPU type.
 int tvx_rud_variant_of_cpu_type(int cpu_type);
+// Vector variant index (0..5) of a CPU type.
+int tvx_kaz_variant_of_cpu_type(int cpu_type);
 
 }  // extern "C"

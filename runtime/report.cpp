@@ -66,9 +66,17 @@ constexpr MessageEntry kMessages[] = {
      "Orvane(R) Streaming SIMD 2 Extensions (Orvane(R) SSE2) instructions instead."},
 };
 
+// A message holds up to 512 characters; the buffer has room for the terminator besides.
 constexpr int kMessageBufferSize = 512;
 // Shared by all threads without a lock: concurrent messages may mix, as documented.
-char g_message_buffer[kMessageBufferSize];
+char g_message_buffer[kMessageBufferSize + 1];
+
+// A 64-bit report value in the range that %d prints.
+int saturated(std::int64_t v) {
+  if (v > INT32_MAX) return INT32_MAX;
+  if (v < INT32_MIN) return INT32_MIN;
+  return static_cast<int>(v);
+}
 
 std::atomic<tvx_param_error_fn> g_param_hook{nullptr};
 std::atomic<tvx_exit_fn> g_exit_hook{nullptr};
@@ -103,7 +111,8 @@ struct ThreadExitRunner {
   bool armed = false;
   ~ThreadExitRunner() {
     if (!armed) return;
-    const int n = g_thread_exit_count.load(std::memory_order_acquire);
+    int n = g_thread_exit_count.load(std::memory_order_acquire);
+    if (n > kThreadExitMax) n = kThreadExitMax;  // a failed registration counted past the end
     for (int i = 0; i < n; ++i) {
       tvx_thread_exit_fn fn = g_thread_exit[i].load(std::memory_order_acquire);
       if (fn != nullptr) fn();
@@ -138,7 +147,7 @@ void tvx_print_message(int stream_flag, int number, int argc, ...) {
   va_copy(copy, args);
   const int needed = std::vsnprintf(nullptr, 0, format, copy);
   va_end(copy);
-  if (needed >= kMessageBufferSize) {
+  if (needed > kMessageBufferSize) {
     std::printf("\nTVX INTERNAL ERROR: message buffer overflow.");
     std::printf("\n       Lenght: %d   Buffer size: %d\n", needed, kMessageBufferSize);
   }
@@ -166,9 +175,11 @@ int tvx_param_error_default(const char* name, const std::int64_t* info, int leng
   } else if (v == 1225 || v == 1102) {
     tvx_print_message(0, static_cast<int>(v), 1, local);
   } else if (v > 0) {
-    tvx_print_message(0, TVX_MSG_PARAM_INCORRECT, 2, static_cast<int>(v), local);
+    tvx_print_message(0, TVX_MSG_PARAM_INCORRECT, 2, saturated(v), local);
   } else {
-    tvx_print_message(0, TVX_MSG_INTERNAL_CONDITION, 2, static_cast<int>(-v), local);
+    // -v overflows for the most negative value; that one prints as the largest int.
+    tvx_print_message(0, TVX_MSG_INTERNAL_CONDITION, 2, v == INT64_MIN ? INT32_MAX : saturated(-v),
+                      local);
   }
   return 0;
 }
@@ -218,7 +229,9 @@ void tvx_set_exit_hook(tvx_exit_fn fn) {
 
 void tvx_lock(volatile std::int32_t* word) {
   auto try_once = [word]() {
-    return __atomic_exchange_n(word, 1, __ATOMIC_ACQUIRE) == 0;
+    std::int32_t expected = 0;
+    return __atomic_compare_exchange_n(word, &expected, 1, false, __ATOMIC_ACQUIRE,
+                                       __ATOMIC_RELAXED);
   };
   if (try_once()) return;
   for (int i = 0; i < 5000; ++i) {
@@ -231,7 +244,9 @@ void tvx_lock(volatile std::int32_t* word) {
   }
 }
 
-void tvx_unlock(volatile std::int32_t* word) { __atomic_store_n(word, 0, __ATOMIC_RELEASE); }
+void tvx_unlock(volatile std::int32_t* word) {
+  __atomic_store_n(word, 0, __ATOMIC_RELEASE);
+}
 
 int tvx_getenv(const char* name, char* buffer, int size) {
   if (buffer != nullptr && size > 0) buffer[0] = '\0';
@@ -447,7 +462,9 @@ void tvx_library_stop(void) {
   tvx_unlock(&g_stop_lock);
 }
 
-int tvx_library_stopping(void) { return g_stopping.load(std::memory_order_acquire); }
+int tvx_library_stopping(void) {
+  return g_stopping.load(std::memory_order_acquire);
+}
 
 void tvx_register_thread_exit(tvx_thread_exit_fn fn) {
   const int i = g_thread_exit_count.fetch_add(1, std::memory_order_acq_rel);
@@ -457,9 +474,13 @@ void tvx_register_thread_exit(tvx_thread_exit_fn fn) {
 }
 
 // Arms the calling thread's exit runner; cheap after the first call on a thread.
-void tvx_thread_touch(void) { t_exit_runner.armed = true; }
+void tvx_thread_touch(void) {
+  t_exit_runner.armed = true;
+}
 
 }  // extern "C"
 
 // Library stop at unload or normal process exit.
-__attribute__((destructor)) static void tvx_library_destructor() { tvx_library_stop(); }
+__attribute__((destructor)) static void tvx_library_destructor() {
+  tvx_library_stop();
+}
