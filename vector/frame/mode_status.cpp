@@ -118,14 +118,15 @@ void print_value(int message, int index, double v) {
 
 void default_action(const kaz_error_record& rec, std::uint32_t mode) {
   if (mode & KAZ_ERRMODE_ERRNO) errno = errno_of(rec.code);
-  if (mode & KAZ_ERRMODE_STDERR) {
+  // Code 0 is not a condition: it has no line and no values.
+  if ((mode & KAZ_ERRMODE_STDERR) != 0 && rec.code != 0) {
     const int msg = status_message(rec.code);
     if (rec.code == KAZ_STATUS_BADSIZE) {
       tvx_print_message(0, msg, 2, rec.name, rec.index);
     } else {
       tvx_print_message(0, msg, 1, rec.name);
     }
-    if (rec.code != KAZ_STATUS_BADSIZE && rec.code != KAZ_STATUS_BADMEM && rec.code != 0) {
+    if (rec.code != KAZ_STATUS_BADSIZE && rec.code != KAZ_STATUS_BADMEM) {
       std::uint64_t a1b, a2b, r1b, r2b;
       std::memcpy(&a1b, &rec.a1, 8);
       std::memcpy(&a2b, &rec.a2, 8);

@@ -8,6 +8,7 @@
 #include "runtime/report.h"
 #include "vector/frame/functions.h"
 #include "vector/frame/mode_status.h"
+#include "vector/frame/rows.h"
 #include "vector/frame/threader.h"
 
 namespace tvx::frame {
@@ -44,10 +45,22 @@ inline bool check_arguments(const char* name, int n, const Arg (&args)[N]) {
   return true;
 }
 
+// The slot of `row` for `variant` under the calling thread's accuracy. The mode word is not
+// validated, so two cells that hold no code are kept off: an accuracy outside 1..3 (a slot past
+// the row) runs column 0 at HA, and the empty variant-4 column runs column 0 of its accuracy.
+// Column 0 runs on every supported processor.
+template <class K>
+inline int select_slot(const Row<K>& row, int variant) {
+  int slot = tvx_kaz_table_slot(variant);
+  if (static_cast<unsigned>(slot) >= 18u) return 6;
+  if (reinterpret_cast<std::uintptr_t>(row.kernels[slot]) == kVariant4Marker) slot -= slot % 6;
+  return slot;
+}
+
 // Steps after the checks: slot, optional accuracy warning, threader.
 template <class K, class... A>
 inline void dispatch(const Row<K>& row, int flags, int n, A... args) {
-  const int slot = tvx_kaz_table_slot(tvx_kaz_variant_index());
+  const int slot = select_slot(row, tvx_kaz_variant_index());
   if ((flags & TVX_FLAG_EP_WARN) != 0 && (slot < 12 || slot > 17)) {
     kazSetErrStatus(KAZ_STATUS_EP_ONLY_WARNING);
   }
