@@ -15,7 +15,7 @@ namespace tvx::rud {
 
 // The 16-byte header every stream record starts with; the generator's state follows it.
 struct StreamHeader {
-  std::int32_t brng;  // the number as the caller gave it, older numbering and member included
+  std::int32_t brng;    // the number as the caller gave it, older numbering and member included
   std::uint32_t valid;  // 1 in a live stream; only the low byte is tested
   struct ExtBlock* extensions;
 };
@@ -24,7 +24,9 @@ static_assert(sizeof(StreamHeader) == 16, "the state must start 16 bytes behind 
 inline constexpr int kHeaderBytes = 16;
 inline constexpr int kStreamAlignment = 128;
 
-inline StreamHeader* header(RudStreamPtr s) { return reinterpret_cast<StreamHeader*>(s); }
+inline StreamHeader* header(RudStreamPtr s) {
+  return reinterpret_cast<StreamHeader*>(s);
+}
 template <class T>
 inline T* state(RudStreamPtr s) {
   return reinterpret_cast<T*>(reinterpret_cast<unsigned char*>(s) + kHeaderBytes);
@@ -48,8 +50,12 @@ inline constexpr int kOlderRows = 281;
 inline constexpr int kMaxRows = RUD_MAX_BRNG_ROWS;
 
 // Generator number -> catalogue row and member.
-inline constexpr int brng_row(int brng) { return (brng >> RUD_BRNG_SHIFT) - 1; }
-inline constexpr int brng_member(int brng) { return brng & (RUD_BRNG_INC - 1); }
+inline constexpr int brng_row(int brng) {
+  return (brng >> RUD_BRNG_SHIFT) - 1;
+}
+inline constexpr int brng_member(int brng) {
+  return brng & (RUD_BRNG_INC - 1);
+}
 
 // Stream test of the frames: null, or a record whose valid byte is not 1.
 inline int stream_test(RudStreamPtr s) {
@@ -64,26 +70,26 @@ inline int stream_test(RudStreamPtr s) {
 // TVX_RUD_VARIANTS(X) expands X(suffix) for the five copies, in copy order 0..4.
 #define TVX_RUD_VARIANTS(X) X(sse2) X(sse2b) X(sse42) X(avx2) X(avx512)
 
-#define TVX_RUD_DECLARE_ENTRIES(v)                                                                \
-  int rud_new_stream_ex_##v(RudStreamPtr* stream, int brng, int n, const unsigned int* params);   \
-  int rud_delete_stream_##v(RudStreamPtr* stream);                                                \
-  int rud_get_stream_state_brng_##v(RudStreamPtr stream);                                         \
-  int rud_get_stream_size_##v(RudStreamPtr stream);                                               \
-  int rud_register_brng_##v(const RudBrngProperties* properties);                                 \
-  int rud_get_brng_properties_##v(int brng, RudBrngProperties* properties);                       \
-  int rud_get_num_reg_brngs_##v(void);                                                            \
-  int rud_leapfrog_stream_##v(RudStreamPtr stream, unsigned int k, int nstreams);                 \
-  int rud_skip_ahead_stream_##v(RudStreamPtr stream, long long nskip);                            \
-  /* Services for the distributions and later stream code of the same copy. */                    \
-  const RudBrngProperties* rud_brng_row_##v(int brng); /* null when the number check fails */     \
-  int rud_ext_add_##v(RudStreamPtr stream, std::uint32_t tag, const std::uint64_t* key,           \
-                      void* data, std::uint32_t size);                                            \
-  void* rud_ext_find_##v(RudStreamPtr stream, std::uint32_t tag);                                 \
-  int rud_ext_count_##v(RudStreamPtr stream);                                                     \
-  void rud_ext_remove_##v(RudStreamPtr stream, std::uint32_t tag);                                \
-  void rud_ext_make_key_##v(std::uint64_t value, std::uint64_t key[2]);                           \
-  /* Reference count of a shared key, or kKeyNotShared. */                                       \
-  int rud_shared_refcount_##v(const std::uint64_t* key);                                          \
+#define TVX_RUD_DECLARE_ENTRIES(v)                                                              \
+  int rud_new_stream_ex_##v(RudStreamPtr* stream, int brng, int n, const unsigned int* params); \
+  int rud_delete_stream_##v(RudStreamPtr* stream);                                              \
+  int rud_get_stream_state_brng_##v(RudStreamPtr stream);                                       \
+  int rud_get_stream_size_##v(RudStreamPtr stream);                                             \
+  int rud_register_brng_##v(const RudBrngProperties* properties);                               \
+  int rud_get_brng_properties_##v(int brng, RudBrngProperties* properties);                     \
+  int rud_get_num_reg_brngs_##v(void);                                                          \
+  int rud_leapfrog_stream_##v(RudStreamPtr stream, unsigned int k, int nstreams);               \
+  int rud_skip_ahead_stream_##v(RudStreamPtr stream, long long nskip);                          \
+  /* Services for the distributions and later stream code of the same copy. */                  \
+  const RudBrngProperties* rud_brng_row_##v(int brng); /* null when the number check fails */   \
+  int rud_ext_add_##v(RudStreamPtr stream, std::uint32_t tag, const std::uint64_t* key,         \
+                      void* data, std::uint32_t size);                                          \
+  void* rud_ext_find_##v(RudStreamPtr stream, std::uint32_t tag);                               \
+  int rud_ext_count_##v(RudStreamPtr stream);                                                   \
+  void rud_ext_remove_##v(RudStreamPtr stream, std::uint32_t tag);                              \
+  void rud_ext_make_key_##v(std::uint64_t value, std::uint64_t key[2]);                         \
+  /* Reference count of a shared key, or kKeyNotShared. */                                      \
+  int rud_shared_refcount_##v(const std::uint64_t* key);                                        \
   int rud_shared_count_##v(void);
 
 extern "C" {

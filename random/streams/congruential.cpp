@@ -13,8 +13,8 @@
 namespace tvx::TVX_VNS::gen {
 namespace {
 
-using lanes::V;
 using lanes::kW;
+using lanes::V;
 
 // Terms per step of the lane loop: 16 where four or more 64-bit lanes fit a register, else 8.
 constexpr int kLanes = kW >= 4 ? 16 : 8;
@@ -98,7 +98,9 @@ struct Mcg59State {
   std::uint64_t a;
 };
 
-inline std::uint64_t mul59(std::uint64_t x, std::uint64_t a) { return (x * a) & kMask59; }
+inline std::uint64_t mul59(std::uint64_t x, std::uint64_t a) {
+  return (x * a) & kMask59;
+}
 
 inline std::uint64_t pow59(std::uint64_t a, std::uint64_t e) {
   std::uint64_t r = 1;
@@ -267,7 +269,9 @@ int mcg59_d(RudStreamPtr stream, int n, double r[], double a, double b) {
   // x is below 2^59, so the signed conversion rounds it exactly as an unsigned one would.
   uniforms<std::uint64_t>(
       n, r, [&](int m, std::uint64_t* w) { mcg59_words(state, m, w); },
-      [a, s](std::uint64_t x) { return a + static_cast<double>(static_cast<std::int64_t>(x)) * s; });
+      [a, s](std::uint64_t x) {
+        return a + static_cast<double>(static_cast<std::int64_t>(x)) * s;
+      });
   return RUD_STATUS_OK;
 }
 

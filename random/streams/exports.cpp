@@ -23,11 +23,10 @@ Fn resolve(std::atomic<Fn>& slot, const Fn (&copies)[N]) {
   return fn;
 }
 
-#define TVX_RUD_SLOT(name, type)                                        \
-  std::atomic<type> name##_slot{nullptr};                               \
-  const type name##_copies[5] = {&rud_##name##_sse2, &rud_##name##_sse2b, \
-                                 &rud_##name##_sse42, &rud_##name##_avx2,  \
-                                 &rud_##name##_avx512};
+#define TVX_RUD_SLOT(name, type)                                                               \
+  std::atomic<type> name##_slot{nullptr};                                                      \
+  const type name##_copies[5] = {&rud_##name##_sse2, &rud_##name##_sse2b, &rud_##name##_sse42, \
+                                 &rud_##name##_avx2, &rud_##name##_avx512};
 
 using NewFn = int (*)(RudStreamPtr*, int, int, const unsigned int*);
 using DeleteFn = int (*)(RudStreamPtr*);
@@ -71,11 +70,10 @@ int new_stream_frame(const char* name, RudStreamPtr* stream, int brng, int n,
   }
   const NewFn fn = resolve(new_stream_ex_slot, new_stream_ex_copies);
   const auto body = [&] { return fn(stream, brng, n, params); };
-  const int status = one_seed ? verbose_wrap(body, "%s(%p,%d,%u)", name,
-                                             static_cast<void*>(stream), brng, seed)
-                              : verbose_wrap(body, "%s(%p,%d,%d,%p)", name,
-                                             static_cast<void*>(stream), brng, n,
-                                             static_cast<const void*>(params));
+  const int status =
+      one_seed ? verbose_wrap(body, "%s(%p,%d,%u)", name, static_cast<void*>(stream), brng, seed)
+               : verbose_wrap(body, "%s(%p,%d,%d,%p)", name, static_cast<void*>(stream), brng, n,
+                              static_cast<const void*>(params));
   // A number refused by the copy is reported under rudNewStream for both exports.
   if (status == RUD_RNG_ERROR_INVALID_BRNG) report("rudNewStream", 2);
   return status;
@@ -182,7 +180,9 @@ TVX_API int rudnewstreamex(RudStreamPtr* stream, const int* brng, const int* n,
   }
   return rudNewStreamEx(stream, *brng, *n, params);
 }
-TVX_API int ruddeletestream(RudStreamPtr* stream) { return rudDeleteStream(stream); }
+TVX_API int ruddeletestream(RudStreamPtr* stream) {
+  return rudDeleteStream(stream);
+}
 TVX_API int rudgetstreamstatebrng(const RudStreamPtr* stream) {
   return rudGetStreamStateBrng(stream != nullptr ? *stream : nullptr);
 }
@@ -196,7 +196,9 @@ TVX_API int rudgetbrngproperties(const int* brng, RudBrngProperties* properties)
   if (null_scalar(brng, "rudRegisterBrng", 1)) return RUD_ERROR_NULL_PTR;
   return rudGetBrngProperties(*brng, properties);
 }
-TVX_API int rudgetnumregbrngs(void) { return rudGetNumRegBrngs(); }
+TVX_API int rudgetnumregbrngs(void) {
+  return rudGetNumRegBrngs();
+}
 TVX_API int rudleapfrogstream(RudStreamPtr* stream, const unsigned int* k, const int* nstreams) {
   RudStreamPtr s = stream != nullptr ? *stream : nullptr;
   if (const int status = checked_stream(s, "rudLeapfrogStream", 1)) return status;

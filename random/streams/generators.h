@@ -10,10 +10,10 @@
 
 namespace tvx::TVX_VNS::gen {
 
-#define TVX_RUD_GENERATOR(name)                                                         \
-  int name##_init(int op, RudStreamPtr stream, int n, const void* params);              \
-  int name##_s(RudStreamPtr stream, int n, float r[], float a, float b);                \
-  int name##_d(RudStreamPtr stream, int n, double r[], double a, double b);             \
+#define TVX_RUD_GENERATOR(name)                                             \
+  int name##_init(int op, RudStreamPtr stream, int n, const void* params);  \
+  int name##_s(RudStreamPtr stream, int n, float r[], float a, float b);    \
+  int name##_d(RudStreamPtr stream, int n, double r[], double a, double b); \
   int name##_i(RudStreamPtr stream, int n, unsigned int r[]);
 TVX_RUD_GENERATOR(mcg31)
 TVX_RUD_GENERATOR(r250)

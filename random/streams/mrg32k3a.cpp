@@ -16,11 +16,11 @@ namespace {
 
 #include "random/streams/mrg32k3a_tables.inc"
 
-using lanes::V;
 using lanes::kW;
+using lanes::V;
 
-constexpr std::uint64_t kM1 = 4294967087u;  // 2^32 - 209
-constexpr std::uint64_t kM2 = 4294944443u;  // 2^32 - 22853
+constexpr std::uint64_t kM1 = 4294967087u;             // 2^32 - 209
+constexpr std::uint64_t kM2 = 4294944443u;             // 2^32 - 22853
 constexpr std::int64_t kA12 = 1403580, kA13 = 810728;  // x: + a12 x(n-2) - a13 x(n-3)
 constexpr std::int64_t kA21 = 527612, kA23 = 1370589;  // y: + a21 y(n-1) - a23 y(n-3)
 // 1 / m1 rounded to double (2.328306549837829e-10).
@@ -108,13 +108,14 @@ inline V fold(V p, V lo_mask, V f) {
   return lanes::add(lanes::mul32(lanes::srl<32>(p), f), lanes::band(p, lo_mask));
 }
 
-// c0 v0 + c1 v1 + c2 v2 mod m, all inputs below 2^32. Three products folded (each below
-// 2^32 (f + 1)), the sum folded twice more leaves a value below 2^32 < 2 m.
+// c0 v0 + c1 v1 + c2 v2 mod m, all inputs below 2^32. Each product folds to below 2^32 (f + 1);
+// one more fold of their sum leaves below 2^32 + 3 (f + 1) f, under 2 m for both moduli (f is
+// 209 or 22853), so one conditional subtraction gives the residue.
 inline V combine(V c0, V c1, V c2, V v0, V v1, V v2, V lo_mask, V f, V m) {
-  V sum = lanes::add(fold(lanes::mul32(c0, v0), lo_mask, f), fold(lanes::mul32(c1, v1), lo_mask, f));
+  V sum =
+      lanes::add(fold(lanes::mul32(c0, v0), lo_mask, f), fold(lanes::mul32(c1, v1), lo_mask, f));
   sum = lanes::add(sum, fold(lanes::mul32(c2, v2), lo_mask, f));
-  sum = fold(fold(sum, lo_mask, f), lo_mask, f);
-  return lanes::sub_if_ge(sum, m);
+  return lanes::sub_if_ge(fold(sum, lo_mask, f), m);
 }
 
 void mrg_words(MrgState& st, int n, std::uint32_t* r) {

@@ -19,28 +19,26 @@ using rud::kOlderRows;
 
 // ---- Catalogue --------------------------------------------------------------------------------
 #define TVX_RUD_ROW(size, nseeds, zero, word, bits, g) \
-  {size, nseeds, zero, word, bits, &gen::g##_init, &gen::g##_s, &gen::g##_d, &gen::g##_i}
+  { size, nseeds, zero, word, bits, &gen::g##_init, &gen::g##_s, &gen::g##_d, &gen::g##_i }
 // A row whose generator this build doesn't provide: its sizes, no entry points.
 #define TVX_RUD_ROW_ABSENT(size, nseeds, zero, word, bits) \
-  {size, nseeds, zero, word, bits, nullptr, nullptr, nullptr, nullptr}
+  { size, nseeds, zero, word, bits, nullptr, nullptr, nullptr, nullptr }
 
 RudBrngProperties g_rows[kMaxRows] = {
-    TVX_RUD_ROW(24, 1, 0, 4, 31, mcg31),
-    TVX_RUD_ROW(1024, 252, 1, 4, 32, r250),
-    TVX_RUD_ROW(40, 6, 1, 4, 32, mrg32k3a),
-    TVX_RUD_ROW(32, 1, 0, 8, 59, mcg59),
-    TVX_RUD_ROW_ABSENT(48, 4, 1, 16, 24),         // Wichmann-Hill set
-    TVX_RUD_ROW_ABSENT(11712, 2604, 0, 4, 32),    // Sobol
-    TVX_RUD_ROW_ABSENT(84288, 10498, 0, 4, 32),   // Niederreiter
-    TVX_RUD_ROW_ABSENT(2520, 625, 1, 4, 32),      // MT19937
-    TVX_RUD_ROW_ABSENT(312, 70, 1, 4, 32),        // MT2203 set
-    TVX_RUD_ROW_ABSENT(48, 0, 1, 4, 32),          // abstract, integer
-    TVX_RUD_ROW_ABSENT(64, 0, 1, 4, 32),          // abstract, double
-    TVX_RUD_ROW_ABSENT(56, 0, 1, 4, 32),          // abstract, single
-    TVX_RUD_ROW_ABSENT(2536, 625, 1, 4, 32),      // SFMT19937
-    TVX_RUD_ROW_ABSENT(24, 1, 1, 4, 32),          // hardware
-    TVX_RUD_ROW_ABSENT(72, 8, 1, 4, 32),          // ARS-5
-    TVX_RUD_ROW_ABSENT(64, 8, 1, 4, 32),          // Philox4x32-10
+    TVX_RUD_ROW(24, 1, 0, 4, 31, mcg31),        TVX_RUD_ROW(1024, 252, 1, 4, 32, r250),
+    TVX_RUD_ROW(40, 6, 1, 4, 32, mrg32k3a),     TVX_RUD_ROW(32, 1, 0, 8, 59, mcg59),
+    TVX_RUD_ROW_ABSENT(48, 4, 1, 16, 24),        // Wichmann-Hill set
+    TVX_RUD_ROW_ABSENT(11712, 2604, 0, 4, 32),   // Sobol
+    TVX_RUD_ROW_ABSENT(84288, 10498, 0, 4, 32),  // Niederreiter
+    TVX_RUD_ROW_ABSENT(2520, 625, 1, 4, 32),     // MT19937
+    TVX_RUD_ROW_ABSENT(312, 70, 1, 4, 32),       // MT2203 set
+    TVX_RUD_ROW_ABSENT(48, 0, 1, 4, 32),         // abstract, integer
+    TVX_RUD_ROW_ABSENT(64, 0, 1, 4, 32),         // abstract, double
+    TVX_RUD_ROW_ABSENT(56, 0, 1, 4, 32),         // abstract, single
+    TVX_RUD_ROW_ABSENT(2536, 625, 1, 4, 32),     // SFMT19937
+    TVX_RUD_ROW_ABSENT(24, 1, 1, 4, 32),         // hardware
+    TVX_RUD_ROW_ABSENT(72, 8, 1, 4, 32),         // ARS-5
+    TVX_RUD_ROW_ABSENT(64, 8, 1, 4, 32),         // Philox4x32-10
 };
 #undef TVX_RUD_ROW
 #undef TVX_RUD_ROW_ABSENT
@@ -97,7 +95,9 @@ void shared_lock() {
     }
   }
 }
-void shared_unlock() { __atomic_store_n(&g_shared_lock, 0, __ATOMIC_RELEASE); }
+void shared_unlock() {
+  __atomic_store_n(&g_shared_lock, 0, __ATOMIC_RELEASE);
+}
 
 bool key_is_zero(const std::uint64_t* key) {
   return key == nullptr || (key[0] == 0 && key[1] == 0);
@@ -312,25 +312,33 @@ int TVX_ENTRY(rud_new_stream_ex)(RudStreamPtr* stream, int brng, int n,
                                  const unsigned int* params) {
   return new_stream_ex(stream, brng, n, params);
 }
-int TVX_ENTRY(rud_delete_stream)(RudStreamPtr* stream) { return delete_stream(stream); }
+int TVX_ENTRY(rud_delete_stream)(RudStreamPtr* stream) {
+  return delete_stream(stream);
+}
 int TVX_ENTRY(rud_get_stream_state_brng)(RudStreamPtr stream) {
   return tvx::rud::header(stream)->brng;
 }
-int TVX_ENTRY(rud_get_stream_size)(RudStreamPtr stream) { return get_stream_size(stream); }
+int TVX_ENTRY(rud_get_stream_size)(RudStreamPtr stream) {
+  return get_stream_size(stream);
+}
 int TVX_ENTRY(rud_register_brng)(const RudBrngProperties* properties) {
   return register_brng(properties);
 }
 int TVX_ENTRY(rud_get_brng_properties)(int brng, RudBrngProperties* properties) {
   return get_brng_properties(brng, properties);
 }
-int TVX_ENTRY(rud_get_num_reg_brngs)(void) { return g_row_count.load(std::memory_order_acquire); }
+int TVX_ENTRY(rud_get_num_reg_brngs)(void) {
+  return g_row_count.load(std::memory_order_acquire);
+}
 int TVX_ENTRY(rud_leapfrog_stream)(RudStreamPtr stream, unsigned int k, int nstreams) {
   return leapfrog_stream(stream, k, nstreams);
 }
 int TVX_ENTRY(rud_skip_ahead_stream)(RudStreamPtr stream, long long nskip) {
   return skip_ahead_stream(stream, nskip);
 }
-const RudBrngProperties* TVX_ENTRY(rud_brng_row)(int brng) { return lookup(brng); }
+const RudBrngProperties* TVX_ENTRY(rud_brng_row)(int brng) {
+  return lookup(brng);
+}
 int TVX_ENTRY(rud_ext_add)(RudStreamPtr stream, std::uint32_t tag, const std::uint64_t* key,
                            void* data, std::uint32_t size) {
   return ext_add(stream, tag, key, data, size);
@@ -338,8 +346,12 @@ int TVX_ENTRY(rud_ext_add)(RudStreamPtr stream, std::uint32_t tag, const std::ui
 void* TVX_ENTRY(rud_ext_find)(RudStreamPtr stream, std::uint32_t tag) {
   return ext_find(stream, tag);
 }
-int TVX_ENTRY(rud_ext_count)(RudStreamPtr stream) { return ext_count(stream); }
-void TVX_ENTRY(rud_ext_remove)(RudStreamPtr stream, std::uint32_t tag) { ext_remove(stream, tag); }
+int TVX_ENTRY(rud_ext_count)(RudStreamPtr stream) {
+  return ext_count(stream);
+}
+void TVX_ENTRY(rud_ext_remove)(RudStreamPtr stream, std::uint32_t tag) {
+  ext_remove(stream, tag);
+}
 void TVX_ENTRY(rud_ext_make_key)(std::uint64_t value, std::uint64_t key[2]) {
   ext_make_key(value, key);
 }

@@ -36,13 +36,12 @@ struct Copy {
   int (*shared_count)(void);
 };
 
-#define TVX_TEST_COPY(i, v)                                                                   \
-  Copy {                                                                                      \
-    i, #v, rud_new_stream_ex_##v, rud_delete_stream_##v, rud_brng_row_##v,                    \
-        rud_leapfrog_stream_##v, rud_skip_ahead_stream_##v, rud_register_brng_##v,            \
-        rud_get_num_reg_brngs_##v, rud_ext_add_##v, rud_ext_find_##v, rud_ext_count_##v,      \
-        rud_ext_remove_##v, rud_ext_make_key_##v, rud_shared_refcount_##v,                    \
-        rud_shared_count_##v                                                                  \
+#define TVX_TEST_COPY(i, v)                                                                     \
+  Copy {                                                                                        \
+    i, #v, rud_new_stream_ex_##v, rud_delete_stream_##v, rud_brng_row_##v,                      \
+        rud_leapfrog_stream_##v, rud_skip_ahead_stream_##v, rud_register_brng_##v,              \
+        rud_get_num_reg_brngs_##v, rud_ext_add_##v, rud_ext_find_##v, rud_ext_count_##v,        \
+        rud_ext_remove_##v, rud_ext_make_key_##v, rud_shared_refcount_##v, rud_shared_count_##v \
   }
 
 inline const std::vector<Copy>& all_copies() {
@@ -67,10 +66,16 @@ inline bool copy_runs(const Copy& c) {
   }
 }
 
-inline std::string copy_name(const testing::TestParamInfo<Copy>& info) { return info.param.name; }
+inline void PrintTo(const Copy& c, std::ostream* os) {
+  *os << c.name;
+}
 
-#define TVX_SKIP_IF_COPY_CANNOT_RUN(c)                                             \
-  do {                                                                             \
+inline std::string copy_name(const testing::TestParamInfo<Copy>& info) {
+  return info.param.name;
+}
+
+#define TVX_SKIP_IF_COPY_CANNOT_RUN(c)                                           \
+  do {                                                                           \
     if (!tvx::test::copy_runs(c)) GTEST_SKIP() << "CPU lacks copy " << (c).name; \
   } while (0)
 
@@ -119,7 +124,8 @@ inline std::vector<Kat> read_kats(const std::string& path) {
       const std::string key = field.substr(0, eq), value = field.substr(eq + 1);
       if (key == "seeds") {
         if (value != "-") {
-          for (std::uint64_t w : hex_list(value, ',')) k.seeds.push_back(static_cast<std::uint32_t>(w));
+          for (std::uint64_t w : hex_list(value, ','))
+            k.seeds.push_back(static_cast<std::uint32_t>(w));
         }
       } else {
         k.params[key] = value;

@@ -81,9 +81,9 @@ TEST_P(Generators, KnownAnswersOfTheReference) {
       ASSERT_EQ(c.skip(s.get(), static_cast<long long>(k.number("nskip"))), 0);
     } else if (k.kind == "skipex") {
       const std::vector<std::uint64_t> w = hex_list(k.params.at("nskip"), ',');
-      ASSERT_EQ(s.row().InitStream(RUD_INIT_SKIPAHEADEX, s.get(), static_cast<int>(w.size()),
-                                   w.data()),
-                0);
+      ASSERT_EQ(
+          s.row().InitStream(RUD_INIT_SKIPAHEADEX, s.get(), static_cast<int>(w.size()), w.data()),
+          0);
     } else if (k.kind == "leapfrog") {
       ASSERT_EQ(c.leapfrog(s.get(), static_cast<unsigned>(k.number("k")),
                            static_cast<int>(k.number("nstreams"))),
@@ -182,9 +182,8 @@ TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
       std::vector<double> d(n);
       std::vector<float> f(n);
       ASSERT_EQ(dbl.row().dBRng(dbl.get(), n, d.data(), a, b), 0);
-      ASSERT_EQ(sgl.row().sBRng(sgl.get(), n, f.data(), static_cast<float>(a),
-                                static_cast<float>(b)),
-                0);
+      ASSERT_EQ(
+          sgl.row().sBRng(sgl.get(), n, f.data(), static_cast<float>(a), static_cast<float>(b)), 0);
       const double s = (b - a) * cs.scale;
       const float fs = static_cast<float>((b - a) * cs.scale);
       for (int i = 0; i < n; ++i) {
@@ -220,7 +219,8 @@ TEST_P(Generators, SkipAheadEqualsSteps) {
   for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59}) {
     for (int k : {0, 1, 2, 3, 15, 16, 17, 33, 1000, 65537}) {
       SCOPED_TRACE(std::to_string(brng) + " skip " + std::to_string(k));
-      Stream skipped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u}), stepped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u});
+      Stream skipped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u}),
+          stepped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u});
       const auto before = skipped.state_bytes();
       ASSERT_EQ(c.skip(skipped.get(), k), 0);
       if (k == 0) {
