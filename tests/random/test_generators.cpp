@@ -310,18 +310,7 @@ TEST_P(Generators, SeedingEdgeCases) {
     EXPECT_EQ(x[220], 1u);
     for (int k = 0; k < 32; ++k) EXPECT_EQ(x[3 + 7 * k] >> (31 - k), 1u) << k;
   }
-  {  // MCG59 from two words that mask to zero starts at 1; one word is taken unmasked.
-    Stream s(c, RUD_BRNG_MCG59, {0u, 0x08000000u});
-    EXPECT_EQ(s.words(1)[0], 1u);
-    Stream t(c, RUD_BRNG_MCG59, {0xFFFFFFFFu});
-    EXPECT_EQ(t.words(1)[0], 0xFFFFFFFFu);
-  }
-  for (std::uint32_t seed : {0u, 2147483647u, 4294967294u}) {  // MCG31 reduced zero is mended
-    Stream s(c, RUD_BRNG_MCG31, {seed});
-    const auto w = s.words(2);
-    EXPECT_EQ(w[0], 1u) << seed;
-    EXPECT_EQ(w[1], 1132489760u) << seed;
-  }
+  // The MCG31 and MCG59 seeds that reduce or mask to zero are among the known answers.
 }
 
 TEST_P(Generators, RefusedOperationsAndArguments) {
