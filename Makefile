@@ -24,6 +24,7 @@ build: deps $(BUILD)/build.ninja
 demo: build
 	$(BUILD)/tools/tvx-info
 	$(BUILD)/examples/example_vector_add
+	$(BUILD)/examples/example_random_streams
 
 test: test-release test-asan test-tsan
 	@echo "make test: all suites passed"

@@ -1,0 +1,184 @@
+/*
+ * Tarvex random-number streams: the stream object, the generator catalogue and the operations on
+ * a live stream.
+ *
+ * A stream is an opaque record created by rudNewStream (or rudNewStreamEx) from a generator number
+ * and seed words, and freed by rudDeleteStream. Every generator is reached through its catalogue
+ * row (RudBrngProperties): sizes and four entry points, one of which sets, splits or advances the
+ * state and three of which fill blocks of raw words or uniforms.
+ *
+ * Status: every function returns an int, 0 (RUD_STATUS_OK) or a non-negative result on success,
+ * a negative RUD_... code on failure. A bad stream or generator number also prints
+ * "Orvane Tarvex ERROR: Parameter %d was incorrect on entry to %s." through the parameter-error
+ * reporter, with the position of the offending argument.
+ *
+ * Every export has an all-lower-case twin (rudnewstream, ...) that takes its scalars by pointer.
+ * With TVX_VERBOSE=1 or 2 each call prints one line with its arguments and its duration.
+ *
+ * Thread safety: a stream is used by one thread at a time (no lock is taken on it); different
+ * streams may be used from any number of threads. Register generators before other threads use
+ * the catalogue.
+ */
+#ifndef TVX_RANDOM_H
+#define TVX_RANDOM_H
+
+#ifndef TVX_API
+#if defined(TVX_BUILDING_LIBRARY)
+#define TVX_API __attribute__((visibility("default")))
+#else
+#define TVX_API
+#endif
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Generator numbers ------------------------------------------------------------------- */
+/* A number is (row + 1) << 20 plus a member in the low 20 bits. Numbers below 0x100000 are an
+ * older numbering kept working: 0..3 are the first four rows, 4..276 the members 0..272 of the
+ * Wichmann-Hill set, 277 Sobol and 278 Niederreiter. */
+#define RUD_BRNG_SHIFT 20
+#define RUD_BRNG_INC (1 << RUD_BRNG_SHIFT)
+
+#define RUD_BRNG_MCG31 (1 * RUD_BRNG_INC)
+#define RUD_BRNG_R250 (2 * RUD_BRNG_INC)
+#define RUD_BRNG_MRG32K3A (3 * RUD_BRNG_INC)
+#define RUD_BRNG_MCG59 (4 * RUD_BRNG_INC)
+#define RUD_BRNG_WH (5 * RUD_BRNG_INC)
+#define RUD_BRNG_SOBOL (6 * RUD_BRNG_INC)
+#define RUD_BRNG_NIEDERR (7 * RUD_BRNG_INC)
+#define RUD_BRNG_MT19937 (8 * RUD_BRNG_INC)
+#define RUD_BRNG_MT2203 (9 * RUD_BRNG_INC)
+#define RUD_BRNG_IABSTRACT (10 * RUD_BRNG_INC)
+#define RUD_BRNG_DABSTRACT (11 * RUD_BRNG_INC)
+#define RUD_BRNG_SABSTRACT (12 * RUD_BRNG_INC)
+#define RUD_BRNG_SFMT19937 (13 * RUD_BRNG_INC)
+#define RUD_BRNG_NONDETERM (14 * RUD_BRNG_INC)
+#define RUD_BRNG_ARS5 (15 * RUD_BRNG_INC)
+#define RUD_BRNG_PHILOX4X32X10 (16 * RUD_BRNG_INC)
+
+/* Operation codes of a catalogue row's InitStream. */
+#define RUD_INIT_SEED 0
+#define RUD_INIT_LEAPFROG 1
+#define RUD_INIT_SKIPAHEAD 2
+#define RUD_INIT_SKIPAHEADEX 3
+
+/* ---- Status codes ------------------------------------------------------------------------ */
+#define RUD_STATUS_OK 0
+#define RUD_ERROR_BAD_OPERATION (-2)
+#define RUD_ERROR_BAD_ARGS (-3)
+#define RUD_ERROR_MEM_FAILURE (-4)
+#define RUD_ERROR_NULL_PTR (-5)
+#define RUD_RNG_ERROR_INVALID_BRNG (-1000)
+#define RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED (-1002)
+#define RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED (-1003)
+#define RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED (-1004)
+#define RUD_RNG_ERROR_BAD_STREAM (-1006)
+#define RUD_RNG_ERROR_BAD_STATE_SIZE (-1008)
+#define RUD_RNG_ERROR_BAD_WORD_SIZE (-1009)
+#define RUD_RNG_ERROR_BAD_NSEEDS (-1010)
+#define RUD_RNG_ERROR_BAD_NBITS (-1011)
+#define RUD_RNG_ERROR_QRNG_PERIOD_ELAPSED (-1012)
+#define RUD_RNG_ERROR_LEAPFROG_NSTREAMS (-1013)
+#define RUD_RNG_ERROR_NO_NUMBER_BITS (-1014)
+/* rudRegisterBrng on a catalogue that already holds RUD_MAX_BRNG_ROWS rows. */
+#define RUD_RNG_ERROR_CATALOGUE_FULL (-1015)
+#define RUD_RNG_ERROR_FILE_CLOSE (-1100)
+#define RUD_RNG_ERROR_FILE_OPEN (-1101)
+#define RUD_RNG_ERROR_FILE_WRITE (-1102)
+#define RUD_RNG_ERROR_FILE_READ (-1103)
+#define RUD_RNG_ERROR_BAD_FILE_FORMAT (-1110)
+#define RUD_RNG_ERROR_BAD_FILE_VERSION (-1111)
+#define RUD_RNG_ERROR_BAD_UPDATE (-1120)
+#define RUD_RNG_ERROR_NO_NUMBERS (-1121)
+#define RUD_RNG_ERROR_WRONG_BLOCK (-1122)
+#define RUD_RNG_ERROR_NONDETERM_NOT_SUPPORTED (-1130)
+#define RUD_RNG_ERROR_NONDETERM_RETRIES_EXCEEDED (-1131)
+#define RUD_RNG_ERROR_ARS5_NOT_SUPPORTED (-1140)
+#define RUD_RNG_ERROR_BAD_MEM_FORMAT (-1200)
+
+/* Rows a catalogue can hold: 16 fixed rows and up to 496 registered ones. */
+#define RUD_MAX_BRNG_ROWS 512
+
+/* ---- Stream and catalogue row ------------------------------------------------------------ */
+typedef struct rud_stream_record* RudStreamPtr;
+
+/* op: RUD_INIT_SEED (n seed words at params), RUD_INIT_LEAPFROG (n = number of streams, params
+ * points at the unsigned int index), RUD_INIT_SKIPAHEAD (params points at an unsigned 64-bit
+ * count), RUD_INIT_SKIPAHEADEX (n 64-bit words of a count, least significant first). */
+typedef int (*RudInitStreamPtr)(int op, RudStreamPtr stream, int n, const void* params);
+/* n uniforms from [a, b) in single or double precision; the state advances by n outputs. */
+typedef int (*RudsBRngPtr)(RudStreamPtr stream, int n, float r[], float a, float b);
+typedef int (*RuddBRngPtr)(RudStreamPtr stream, int n, double r[], double a, double b);
+/* n raw output words of WordSize bytes each; the area r holds n * WordSize bytes. */
+typedef int (*RudiBRngPtr)(RudStreamPtr stream, int n, unsigned int r[]);
+
+/* One catalogue row. A registered generator receives stream records whose first 16 bytes are
+ * the library's header: its state starts 16 bytes behind the record's start and must leave the
+ * header alone. StreamStateSize counts the whole record, header included. */
+typedef struct RudBrngProperties {
+  int StreamStateSize;
+  int NSeeds;
+  int IncludesZero;
+  int WordSize;
+  int NBits;
+  RudInitStreamPtr InitStream;
+  RudsBRngPtr sBRng;
+  RuddBRngPtr dBRng;
+  RudiBRngPtr iBRng;
+} RudBrngProperties;
+
+/* ---- Stream functions -------------------------------------------------------------------- */
+/* Creates a stream of generator `brng` seeded with one word. Statuses: RUD_RNG_ERROR_INVALID_BRNG
+ * for a number outside the catalogue (also the abstract numbers, the generators not provided by
+ * this build and the two blank rows 279, 280 of the older numbering), RUD_ERROR_MEM_FAILURE,
+ * RUD_ERROR_NULL_PTR for a null `stream`. When the seeding itself fails the stream is left
+ * allocated and must be deleted. */
+TVX_API int rudNewStream(RudStreamPtr* stream, int brng, unsigned int seed);
+/* As rudNewStream with n seed words; n < 1 seeds the generator's default state. RUD_ERROR_NULL_PTR
+ * for null `params` with n >= 1. */
+TVX_API int rudNewStreamEx(RudStreamPtr* stream, int brng, int n, const unsigned int params[]);
+/* Frees the stream and its extension blocks and nulls *stream. RUD_ERROR_NULL_PTR for a null
+ * stream, RUD_RNG_ERROR_BAD_STREAM for a record that is not a live stream. */
+TVX_API int rudDeleteStream(RudStreamPtr* stream);
+/* The generator number the stream was created with, exactly as given. */
+TVX_API int rudGetStreamStateBrng(RudStreamPtr stream);
+/* Bytes of the stream's saved image: StreamStateSize + 8 + 24 + size for each extension block. */
+TVX_API int rudGetStreamSize(RudStreamPtr stream);
+/* Adds a row behind the last one and returns its number ((rows before << 20) + 0x100000).
+ * Checks in order: StreamStateSize below 16 (the header alone) RUD_RNG_ERROR_BAD_STATE_SIZE,
+ * WordSize not 4, 8 or 16 RUD_RNG_ERROR_BAD_WORD_SIZE, NSeeds < 1 RUD_RNG_ERROR_BAD_NSEEDS,
+ * NBits < 1 RUD_RNG_ERROR_BAD_NBITS, a null entry point (or a null row) RUD_ERROR_NULL_PTR,
+ * a full catalogue RUD_RNG_ERROR_CATALOGUE_FULL. */
+TVX_API int rudRegisterBrng(const RudBrngProperties* properties);
+/* Copies the row of `brng` (a set member gives its family's row). A blank row of the older
+ * numbering copies as all zeros. */
+TVX_API int rudGetBrngProperties(int brng, RudBrngProperties* properties);
+/* Rows in the catalogue: 16 plus the registered ones. */
+TVX_API int rudGetNumRegBrngs(void);
+/* Makes the stream the k-th of nstreams interleaved streams. RUD_RNG_ERROR_LEAPFROG_NSTREAMS for
+ * nstreams < 0, RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED where the generator has no leapfrog. */
+TVX_API int rudLeapfrogStream(RudStreamPtr stream, unsigned int k, int nstreams);
+/* Advances the stream by nskip outputs, nskip taken as unsigned 64 bits.
+ * RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED where the generator has no skip-ahead. */
+TVX_API int rudSkipAheadStream(RudStreamPtr stream, long long nskip);
+
+/* Twins taking every argument by pointer. */
+TVX_API int rudnewstream(RudStreamPtr* stream, const int* brng, const unsigned int* seed);
+TVX_API int rudnewstreamex(RudStreamPtr* stream, const int* brng, const int* n,
+                           const unsigned int params[]);
+TVX_API int ruddeletestream(RudStreamPtr* stream);
+TVX_API int rudgetstreamstatebrng(const RudStreamPtr* stream);
+TVX_API int rudgetstreamsize(const RudStreamPtr* stream);
+TVX_API int rudregisterbrng(const RudBrngProperties* properties);
+TVX_API int rudgetbrngproperties(const int* brng, RudBrngProperties* properties);
+TVX_API int rudgetnumregbrngs(void);
+TVX_API int rudleapfrogstream(RudStreamPtr* stream, const unsigned int* k, const int* nstreams);
+TVX_API int rudskipaheadstream(RudStreamPtr* stream, const long long* nskip);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TVX_RANDOM_H */

@@ -1,0 +1,61 @@
+// The basic generators of one variant copy: their catalogue entry points and the helpers they
+// share. Included only by files compiled per instruction-set variant.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "random/streams/catalogue.h"
+#include "vector/kernels/common/variant.h"
+
+namespace tvx::TVX_VNS::gen {
+
+#define TVX_RUD_GENERATOR(name)                                             \
+  int name##_init(int op, RudStreamPtr stream, int n, const void* params);  \
+  int name##_s(RudStreamPtr stream, int n, float r[], float a, float b);    \
+  int name##_d(RudStreamPtr stream, int n, double r[], double a, double b); \
+  int name##_i(RudStreamPtr stream, int n, unsigned int r[]);
+TVX_RUD_GENERATOR(mcg31)
+TVX_RUD_GENERATOR(r250)
+TVX_RUD_GENERATOR(mrg32k3a)
+TVX_RUD_GENERATOR(mcg59)
+#undef TVX_RUD_GENERATOR
+
+// Argument test shared by the block entry points.
+template <class T>
+inline int block_args(RudStreamPtr stream, int n, const T* r) {
+  if (stream == nullptr) return RUD_ERROR_NULL_PTR;
+  if (n < 0) return RUD_ERROR_BAD_ARGS;
+  if (n > 0 && r == nullptr) return RUD_ERROR_NULL_PTR;
+  return RUD_STATUS_OK;
+}
+
+// Uniforms from raw words: `words(m, buffer)` writes the next m words, `convert(word)` maps one
+// word into the interval. Words go through a small buffer that stays in the first-level cache;
+// the conversion loop is a plain loop the compiler vectorises for the variant.
+template <class Word, class Out, class Words, class Convert>
+inline void uniforms(int n, Out* r, Words&& words, Convert&& convert) {
+  constexpr int kChunk = 1024;
+  alignas(64) Word buffer[kChunk];
+  for (int done = 0; done < n;) {
+    const int m = std::min(kChunk, n - done);
+    words(m, buffer);
+    Out* out = r + done;
+    for (int j = 0; j < m; ++j) out[j] = convert(buffer[j]);
+    done += m;
+  }
+}
+
+// Unsigned 64-bit count of a skip-ahead (op 2), or of a leapfrog index (op 1).
+inline std::uint64_t read_u64(const void* p) {
+  std::uint64_t v;
+  __builtin_memcpy(&v, p, sizeof v);
+  return v;
+}
+inline std::uint32_t read_u32(const void* p) {
+  std::uint32_t v;
+  __builtin_memcpy(&v, p, sizeof v);
+  return v;
+}
+
+}  // namespace tvx::TVX_VNS::gen

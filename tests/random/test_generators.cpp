@@ -1,0 +1,350 @@
+// The four basic generators in every variant copy: known answers from the independent reference,
+// digests over block cuts, skip-ahead and leapfrog against plain stepping, the uniform
+// conversions, the seeding edge cases and the refusals.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "random/rng_copies.h"
+
+namespace tvx::test {
+namespace {
+
+const std::vector<Kat>& kats() {
+  static const std::vector<Kat> k = read_kats(TVX_KAT_DIR "/basic_generators.txt");
+  return k;
+}
+
+// One stream of one copy, freed at scope end.
+class Stream {
+ public:
+  Stream(const Copy& c, int brng, const std::vector<std::uint32_t>& seeds) : c_(c) {
+    status_ = c.new_stream_ex(&s_, brng, static_cast<int>(seeds.size()), seeds.data());
+    row_ = c.row(brng);
+  }
+  ~Stream() {
+    if (s_ != nullptr) c_.delete_stream(&s_);
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  int status() const { return status_; }
+  RudStreamPtr get() const { return s_; }
+  const RudBrngProperties& row() const { return *row_; }
+  // n output words, each widened to 64 bits.
+  std::vector<std::uint64_t> words(int n) {
+    std::vector<std::uint64_t> out(static_cast<std::size_t>(n));
+    if (row_->WordSize == 8) {
+      EXPECT_EQ(row_->iBRng(s_, n, reinterpret_cast<unsigned int*>(out.data())), 0);
+    } else {
+      std::vector<unsigned int> w(static_cast<std::size_t>(n));
+      EXPECT_EQ(row_->iBRng(s_, n, w.data()), 0);
+      for (int i = 0; i < n; ++i) out[static_cast<std::size_t>(i)] = w[static_cast<std::size_t>(i)];
+    }
+    return out;
+  }
+  std::vector<unsigned char> state_bytes() const {
+    const auto* p = reinterpret_cast<const unsigned char*>(s_);
+    return {p + 16, p + row_->StreamStateSize};
+  }
+
+ private:
+  const Copy& c_;
+  RudStreamPtr s_ = nullptr;
+  const RudBrngProperties* row_ = nullptr;
+  int status_ = 0;
+};
+
+class Generators : public testing::TestWithParam<Copy> {
+ protected:
+  void SetUp() override { TVX_SKIP_IF_COPY_CANNOT_RUN(GetParam()); }
+};
+
+double bits_to_double(std::uint64_t b) {
+  double d;
+  std::memcpy(&d, &b, sizeof d);
+  return d;
+}
+
+TEST_P(Generators, KnownAnswersOfTheReference) {
+  const Copy& c = GetParam();
+  int checked = 0;
+  for (const Kat& k : kats()) {
+    if (k.kind == "digest") continue;
+    SCOPED_TRACE(k.text);
+    Stream s(c, brng_of(k.generator), k.seeds);
+    ASSERT_EQ(s.status(), 0);
+    const int count = static_cast<int>(k.number("count"));
+    if (k.kind == "skip") {
+      ASSERT_EQ(c.skip(s.get(), static_cast<long long>(k.number("nskip"))), 0);
+    } else if (k.kind == "skipex") {
+      const std::vector<std::uint64_t> w = hex_list(k.params.at("nskip"), ',');
+      ASSERT_EQ(
+          s.row().InitStream(RUD_INIT_SKIPAHEADEX, s.get(), static_cast<int>(w.size()), w.data()),
+          0);
+    } else if (k.kind == "leapfrog") {
+      ASSERT_EQ(c.leapfrog(s.get(), static_cast<unsigned>(k.number("k")),
+                           static_cast<int>(k.number("nstreams"))),
+                0);
+    }
+    if (k.kind == "uniform") {
+      const double a = bits_to_double(std::stoull(k.params.at("a"), nullptr, 16));
+      const double b = bits_to_double(std::stoull(k.params.at("b"), nullptr, 16));
+      std::vector<double> r(static_cast<std::size_t>(count));
+      ASSERT_EQ(s.row().dBRng(s.get(), count, r.data(), a, b), 0);
+      for (int i = 0; i < count; ++i) {
+        std::uint64_t bits;
+        std::memcpy(&bits, &r[static_cast<std::size_t>(i)], sizeof bits);
+        EXPECT_EQ(bits, k.expected[static_cast<std::size_t>(i)]) << "value " << i;
+      }
+    } else {
+      EXPECT_EQ(s.words(count), k.expected);
+    }
+    ++checked;
+  }
+  EXPECT_GT(checked, 100);
+}
+
+// 10^6 words in one call and in blocks of 1, 7 and 1000 words all give the reference digest.
+TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
+  const Copy& c = GetParam();
+  int checked = 0;
+  for (const Kat& k : kats()) {
+    if (k.kind != "digest") continue;
+    const int total = static_cast<int>(k.number("count"));
+    for (int cut : {1, 7, 1000, 1000000}) {
+      SCOPED_TRACE(k.text + " cut " + std::to_string(cut));
+      Stream s(c, brng_of(k.generator), k.seeds);
+      ASSERT_EQ(s.status(), 0);
+      Digest d;
+      for (int done = 0; done < total; done += cut) {
+        for (std::uint64_t w : s.words(std::min(cut, total - done))) d.add(w);
+      }
+      EXPECT_EQ(d.h, k.expected.at(0));
+      ++checked;
+    }
+  }
+  EXPECT_EQ(checked, 20);
+}
+
+// Blocks that end one word short of, on, and one past a lane step must not write past n, and
+// every word must be written.
+TEST_P(Generators, BlocksWriteExactlyTheirWords) {
+  const Copy& c = GetParam();
+  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59}) {
+    SCOPED_TRACE(brng);
+    for (int n : {0, 1, 15, 16, 17, 31, 32, 33, 47, 64, 65, 250, 251, 1000}) {
+      Stream s(c, brng, {20240607u});
+      const int word = s.row().WordSize;
+      const std::size_t bytes = static_cast<std::size_t>(n + 9) * word + 3;
+      std::vector<unsigned char> area(bytes, 0xCA);
+      // Odd offset in the 8-byte case: the caller's area need not be aligned to the word.
+      unsigned char* base = area.data() + (word == 8 ? 4 : 0);
+      ASSERT_EQ(s.row().iBRng(s.get(), n, reinterpret_cast<unsigned int*>(base)), 0);
+      const std::size_t used = static_cast<std::size_t>(n) * word;
+      for (std::size_t i = used; i < used + 8; ++i) ASSERT_EQ(base[i], 0xCA) << "n " << n;
+      // Unwritten words would keep the marker; no generator yields 0xCACACACA twice in a row.
+      int markers = 0;
+      for (int i = 0; i + 4 <= static_cast<int>(used); i += 4) {
+        std::uint32_t w;
+        std::memcpy(&w, base + i, 4);
+        markers += w == 0xCACACACAu;
+      }
+      EXPECT_LE(markers, 1) << "n " << n;
+
+      std::vector<double> d(static_cast<std::size_t>(n) + 4, -7.0);
+      ASSERT_EQ(s.row().dBRng(s.get(), n, d.data(), 0.0, 1.0), 0);
+      for (int i = 0; i < 4; ++i) EXPECT_EQ(d[static_cast<std::size_t>(n + i)], -7.0);
+    }
+  }
+}
+
+// dBRng is a + x s with the generator's scale, sBRng the double value narrowed (MCG59: single
+// arithmetic throughout), for blocks long enough to take every vector path.
+TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
+  const Copy& c = GetParam();
+  struct Case {
+    int brng;
+    double scale;
+  };
+  const Case cases[] = {{RUD_BRNG_MCG31, 0x1.0000000200000p-31},
+                        {RUD_BRNG_R250, 0x1p-32},
+                        {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0},
+                        {RUD_BRNG_MCG59, 0x1p-59}};
+  const int n = 3001;
+  for (const Case& cs : cases) {
+    SCOPED_TRACE(cs.brng);
+    for (auto [a, b] : {std::pair{0.0, 1.0}, std::pair{-2.5, 10.0}}) {
+      Stream raw(c, cs.brng, {777u}), dbl(c, cs.brng, {777u}), sgl(c, cs.brng, {777u});
+      const std::vector<std::uint64_t> x = raw.words(n);
+      std::vector<double> d(n);
+      std::vector<float> f(n);
+      ASSERT_EQ(dbl.row().dBRng(dbl.get(), n, d.data(), a, b), 0);
+      ASSERT_EQ(
+          sgl.row().sBRng(sgl.get(), n, f.data(), static_cast<float>(a), static_cast<float>(b)), 0);
+      const double s = (b - a) * cs.scale;
+      const float fs = static_cast<float>((b - a) * cs.scale);
+      for (int i = 0; i < n; ++i) {
+        const double xi = static_cast<double>(x[i]);
+        ASSERT_EQ(d[i], a + xi * s) << i;
+        ASSERT_GE(d[i], a);
+        ASSERT_LE(d[i], b);
+        if (cs.brng == RUD_BRNG_MCG59) {
+          const float xf = static_cast<float>(static_cast<std::int64_t>(x[i]));
+          ASSERT_EQ(f[i], static_cast<float>(a) + xf * fs) << i;
+        } else {
+          ASSERT_EQ(f[i], static_cast<float>(a + xi * s)) << i;
+        }
+      }
+    }
+  }
+}
+
+// The first uniform of the standard seed 12345 x 6, as published with the generator: 0.12701112.
+TEST_P(Generators, Mrg32k3aStandardSeedFirstUniform) {
+  const Copy& c = GetParam();
+  Stream s(c, RUD_BRNG_MRG32K3A, std::vector<std::uint32_t>(6, 12345u));
+  double u[2];
+  ASSERT_EQ(s.row().dBRng(s.get(), 2, u, 0.0, 1.0), 0);
+  EXPECT_NEAR(u[0], 0.1270111220, 1e-9);
+  EXPECT_NEAR(u[1], 0.3185275653, 1e-9);
+}
+
+// Skipping k words leaves the stream where drawing k words would, on either side of the lane
+// width; a skip of 0 changes nothing.
+TEST_P(Generators, SkipAheadEqualsSteps) {
+  const Copy& c = GetParam();
+  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59}) {
+    for (int k : {0, 1, 2, 3, 15, 16, 17, 33, 1000, 65537}) {
+      SCOPED_TRACE(std::to_string(brng) + " skip " + std::to_string(k));
+      Stream skipped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u}),
+          stepped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u});
+      const auto before = skipped.state_bytes();
+      ASSERT_EQ(c.skip(skipped.get(), k), 0);
+      if (k == 0) {
+        EXPECT_EQ(skipped.state_bytes(), before);
+      }
+      stepped.words(k);
+      EXPECT_EQ(skipped.words(100), stepped.words(100));
+    }
+  }
+}
+
+// The several-word skip equals the one-word skip below 2^64, and a count of 2^64 equals two skips
+// of 2^63: the table path and the general path agree.
+TEST_P(Generators, Mrg32k3aSeveralWordSkip) {
+  const Copy& c = GetParam();
+  for (std::uint64_t k : {0ull, 1ull, 77ull, 1ull << 40, ~0ull}) {
+    Stream a(c, RUD_BRNG_MRG32K3A, {1u, 2u, 3u, 4u, 5u, 6u});
+    Stream b(c, RUD_BRNG_MRG32K3A, {1u, 2u, 3u, 4u, 5u, 6u});
+    const std::uint64_t words[4] = {k, 0, 0, 0};
+    ASSERT_EQ(a.row().InitStream(RUD_INIT_SKIPAHEADEX, a.get(), 4, words), 0);
+    ASSERT_EQ(c.skip(b.get(), static_cast<long long>(k)), 0);
+    EXPECT_EQ(a.words(8), b.words(8)) << k;
+  }
+  Stream a(c, RUD_BRNG_MRG32K3A, {}), b(c, RUD_BRNG_MRG32K3A, {}), g(c, RUD_BRNG_MRG32K3A, {});
+  const std::uint64_t two64[2] = {0, 1};
+  ASSERT_EQ(a.row().InitStream(RUD_INIT_SKIPAHEADEX, a.get(), 2, two64), 0);
+  const long long half = static_cast<long long>(1ull << 63);
+  ASSERT_EQ(c.skip(b.get(), half), 0);
+  ASSERT_EQ(c.skip(b.get(), half), 0);
+  // A count with a non-zero fifth word takes the general path: 2^64 + 2^256 in one call equals
+  // 2^256 and then 2^64.
+  const std::uint64_t general[5] = {0, 1, 0, 0, 1};
+  const std::uint64_t only_high[5] = {0, 0, 0, 0, 1};
+  ASSERT_EQ(g.row().InitStream(RUD_INIT_SKIPAHEADEX, g.get(), 5, general), 0);
+  Stream h(c, RUD_BRNG_MRG32K3A, {});
+  ASSERT_EQ(h.row().InitStream(RUD_INIT_SKIPAHEADEX, h.get(), 5, only_high), 0);
+  ASSERT_EQ(h.row().InitStream(RUD_INIT_SKIPAHEADEX, h.get(), 2, two64), 0);
+  const auto wa = a.words(8);
+  EXPECT_EQ(wa, b.words(8));
+  EXPECT_EQ(g.words(8), h.words(8));
+}
+
+// Stream k of s gives words k, k + s, k + 2s, ... of the plain stream, also through the lanes.
+TEST_P(Generators, LeapfrogIsEveryNthWord) {
+  const Copy& c = GetParam();
+  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_MCG59}) {
+    Stream plain(c, brng, {31337u});
+    const std::vector<std::uint64_t> all = plain.words(16 * 200 + 16);
+    for (int ns : {1, 2, 3, 7, 16}) {
+      for (int k = 0; k < ns; k += (ns > 3 ? 3 : 1)) {
+        SCOPED_TRACE(std::to_string(brng) + " " + std::to_string(k) + "/" + std::to_string(ns));
+        Stream part(c, brng, {31337u});
+        ASSERT_EQ(c.leapfrog(part.get(), static_cast<unsigned>(k), ns), 0);
+        const std::vector<std::uint64_t> got = part.words(200);
+        for (int i = 0; i < 200; ++i) ASSERT_EQ(got[i], all[k + ns * i]) << i;
+      }
+    }
+    // A leapfrogged stream skips in its own steps: stream 1 of 3 skipped by 5 starts at word 16.
+    Stream part(c, brng, {31337u});
+    ASSERT_EQ(c.leapfrog(part.get(), 1u, 3), 0);
+    ASSERT_EQ(c.skip(part.get(), 5), 0);
+    EXPECT_EQ(part.words(1)[0], all[16]);
+  }
+}
+
+TEST_P(Generators, SeedingEdgeCases) {
+  const Copy& c = GetParam();
+  {  // Six words of m1: the first component reduces to zeros and is mended, the second to 22644.
+    Stream s(c, RUD_BRNG_MRG32K3A, std::vector<std::uint32_t>(6, 4294967087u));
+    std::uint32_t st[6];
+    std::memcpy(st, s.state_bytes().data(), sizeof st);
+    EXPECT_EQ(st[0], 1u);
+    EXPECT_EQ(st[1], 0u);
+    EXPECT_EQ(st[2], 0u);
+    for (int i = 3; i < 6; ++i) EXPECT_EQ(st[i], 22644u);
+  }
+  {  // A 250-word zero buffer is not conditioned: zeros for ever.
+    Stream s(c, RUD_BRNG_R250, std::vector<std::uint32_t>(250, 0u));
+    for (std::uint64_t w : s.words(2000)) ASSERT_EQ(w, 0u);
+  }
+  {  // Below 250 words only the first counts; the conditioned words are linearly independent.
+    std::vector<std::uint32_t> seeds(249, 0xDEADBEEFu);
+    Stream many(c, RUD_BRNG_R250, seeds), one(c, RUD_BRNG_R250, {0xDEADBEEFu});
+    EXPECT_EQ(many.state_bytes(), one.state_bytes());
+    std::uint32_t x[250];
+    std::memcpy(x, one.state_bytes().data(), sizeof x);
+    EXPECT_EQ(x[220], 1u);
+    for (int k = 0; k < 32; ++k) EXPECT_EQ(x[3 + 7 * k] >> (31 - k), 1u) << k;
+  }
+  // The MCG31 and MCG59 seeds that reduce or mask to zero are among the known answers.
+}
+
+TEST_P(Generators, RefusedOperationsAndArguments) {
+  const Copy& c = GetParam();
+  Stream r250(c, RUD_BRNG_R250, {1u}), mrg(c, RUD_BRNG_MRG32K3A, {1u});
+  Stream m31(c, RUD_BRNG_MCG31, {1u}), m59(c, RUD_BRNG_MCG59, {1u});
+  EXPECT_EQ(c.leapfrog(r250.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
+  EXPECT_EQ(c.skip(r250.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
+  EXPECT_EQ(c.leapfrog(mrg.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
+  const std::uint64_t one = 1;
+  for (Stream* s : {&r250, &m31, &m59}) {
+    EXPECT_EQ(s->row().InitStream(RUD_INIT_SKIPAHEADEX, s->get(), 1, &one),
+              RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
+  }
+  for (Stream* s : {&r250, &mrg, &m31, &m59}) {
+    const auto before = s->state_bytes();
+    EXPECT_EQ(s->row().InitStream(4, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
+    EXPECT_EQ(s->row().InitStream(-1, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
+    unsigned int w[4];
+    double d[4];
+    float f[4];
+    EXPECT_EQ(s->row().iBRng(s->get(), -1, w), RUD_ERROR_BAD_ARGS);
+    EXPECT_EQ(s->row().iBRng(s->get(), 4, nullptr), RUD_ERROR_NULL_PTR);
+    EXPECT_EQ(s->row().dBRng(s->get(), 4, nullptr, 0.0, 1.0), RUD_ERROR_NULL_PTR);
+    EXPECT_EQ(s->row().sBRng(s->get(), -2, f, 0.0f, 1.0f), RUD_ERROR_BAD_ARGS);
+    EXPECT_EQ(s->row().dBRng(nullptr, 4, d, 0.0, 1.0), RUD_ERROR_NULL_PTR);
+    EXPECT_EQ(s->row().iBRng(s->get(), 0, nullptr), 0);
+    EXPECT_EQ(s->state_bytes(), before) << "a refused or empty call moved the state";
+  }
+  // A leapfrog index at or past the stream count is not refused.
+  EXPECT_EQ(c.leapfrog(m31.get(), 5, 2), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Copies, Generators, testing::ValuesIn(all_copies()), copy_name);
+
+}  // namespace
+}  // namespace tvx::test
