@@ -16,8 +16,8 @@ EXEMPT = {"runtime/memory.cpp"}
 PATTERNS = [
     (re.compile(r"(?<![\w.>:])(?:std::)?(malloc|calloc|realloc|free|aligned_alloc|posix_memalign|"
                 r"memalign|valloc|strdup|strndup)\s*\("), "C heap call"),
-    (re.compile(r"(?<![\w.])new\s*(\(|[A-Za-z_])"), "operator new"),
-    (re.compile(r"\bdelete\s*(\[\s*\])?\s*[A-Za-z_(]"), "operator delete"),
+    (re.compile(r"(?<![\w.])new(\s*\(|\s+[A-Za-z_:])"), "operator new"),
+    (re.compile(r"(?<![\w.])delete(\s*\[\s*\]\s*[A-Za-z_(]|\s+[A-Za-z_(:]|\s*\()"), "operator delete"),
     (re.compile(r"std::(vector|string|basic_string|deque|list|map|set|unordered_\w+|"
                 r"unique_ptr|shared_ptr|make_unique|make_shared|function)\b"), "allocating type"),
 ]
