@@ -205,6 +205,12 @@ inline vec<T> madd(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
   }
 }
 
+// True for NaN lanes; a quiet test that raises no flag.
+template <class T>
+inline mask<T> is_nan(const vec<T>& v) {
+  return xsimd::isnan(v);
+}
+
 template <class T>
 inline vec<T> abs(const vec<T>& v) {
   return xsimd::abs(v);

@@ -135,7 +135,7 @@ inline vec<T> expm1_avx512(const vec<T>& x) {
   const V tl = simd::permute2(simd::load_row(P::kLo), j, simd::load_row(P::kLo + P::kHalf));
   const V s = simd::scalef(th, n);
   const V big = minus_one(s, simd::fma(s, p, simd::scalef(tl, n)));
-  const V small = expm1_short<T, D::kShort>(x);
+  const V small = expm1_short<T, D::kShort>(xc);
   return simd::select(simd::abs(x) < V(D::kShortBound), small, big);
 }
 

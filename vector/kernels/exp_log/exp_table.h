@@ -211,7 +211,7 @@ inline vec<T> expm1_table(const vec<T>& x) {
   const V hi = z.th * scale;
   const V lo = simd::madd(z.th, q, z.tl) * scale;
   const V big = minus_one(hi, lo);
-  const V small = expm1_short<T, D::kShort>(x);
+  const V small = expm1_short<T, D::kShort>(xc);
   return simd::select(simd::abs(x) < V(D::kShortBound), small, big);
 }
 
