@@ -211,6 +211,28 @@ inline mask<T> is_nan(const vec<T>& v) {
   return xsimd::isnan(v);
 }
 
+// True where a < b is false: a NaN lane, or a >= b. Raises no flag for a quiet NaN (the ordered
+// comparisons of SSE would raise invalid, so there the NaN lanes are compared as zero).
+template <class T>
+inline mask<T> not_less(const vec<T>& a, const vec<T>& b) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return mask<T>(_mm512_cmp_pd_mask(a, b, _CMP_NLT_UQ));
+  } else {
+    return mask<T>(_mm512_cmp_ps_mask(a, b, _CMP_NLT_UQ));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return mask<T>(_mm256_cmp_pd(a, b, _CMP_NLT_UQ));
+  } else {
+    return mask<T>(_mm256_cmp_ps(a, b, _CMP_NLT_UQ));
+  }
+#else
+  const mask<T> nan = is_nan(a);
+  return nan || (xsimd::select(nan, vec<T>(T(0)), a) >= b);
+#endif
+}
+
 template <class T>
 inline vec<T> abs(const vec<T>& v) {
   return xsimd::abs(v);

@@ -58,13 +58,10 @@ inline constexpr T kVectorRange =
     Limits<T>::kTableRange;
 #endif
 
-// Lanes for the callout: NaN, or x (|x| if `both_sides`) at or above `limit`. The ordered
-// comparisons of SSE raise the invalid flag on a NaN, so they only ever see x with its NaN lanes
-// replaced by zero (`xq`).
+// x with NaN lanes replaced by zero, for the ordered comparisons of the no-error shortcut.
 template <class T>
-inline simd::mask<T> outside(const vec<T>& x, const vec<T>& xq, T limit, bool both_sides) {
-  const vec<T> v = both_sides ? simd::abs(xq) : xq;
-  return (v >= vec<T>(limit)) || simd::is_nan(x);
+inline vec<T> without_nan(const vec<T>& x) {
+  return simd::select(simd::is_nan(x), vec<T>(T(0)), x);
 }
 
 template <class E, Acc A>
@@ -75,13 +72,13 @@ struct ExpKernel {
   static constexpr const char* kName = sizeof(T) == 8 ? "vdExp" : "vsExp";
 
   static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
-    const V xq = simd::select(simd::is_nan(x), V(T(0)), x);
-    const auto out = outside(x, xq, kVectorRange<T>, true);
+    const auto out = simd::not_less(simd::abs(x), V(kVectorRange<T>));
     bad = simd::bits(out);
     // Lanes that go to the callout compute exp(0), so that no wild argument raises a flag.
     V y = exp_main<T, A>(simd::select(out, V(T(0)), x));
     if (bad != 0 && no_error_mode(mode)) {
       // No report can be made: settle the lanes past the limits in line.
+      const V xq = without_nan(x);
       const auto over = xq > V(Limits<T>::kOverflow);
       const auto under = xq < V(Limits<T>::kUnderflow);
       y = simd::select(over, V(std::numeric_limits<T>::infinity()),
@@ -102,11 +99,11 @@ struct Expm1Kernel {
 
   static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     // -infinity and large negative x stay: the vector path saturates them at -1.
-    const V xq = simd::select(simd::is_nan(x), V(T(0)), x);
-    const auto out = outside(x, xq, kVectorRange<T>, false);
+    const auto out = simd::not_less(x, V(kVectorRange<T>));
     bad = simd::bits(out);
     V y = expm1_main<T, A>(simd::select(out, V(T(0)), x));
     if (bad != 0 && no_error_mode(mode)) {
+      const V xq = without_nan(x);
       const auto over = xq > V(Limits<T>::kOverflow);
       y = simd::select(over, V(std::numeric_limits<T>::infinity()), y);
       bad &= ~simd::bits(over);

@@ -104,8 +104,8 @@ inline vec<T> exp_avx512(const vec<T>& x) {
 // ---- Expm1 --------------------------------------------------------------------------------------
 // Same tables with the reduction rounded to nearest, so |r| <= ln2/(2N); the low parts are kept
 // at every level (the subtraction of 1 magnifies their absence). s = scalef(T_j, n) and
-// expm1 = (s - 1) + (s p + scalef(Tlo_j, n)), the subtraction kept exact. |x| below 2^-4 takes
-// the short Taylor path.
+// expm1 = (s - 1) + s p + scalef(Tlo_j, n), summed exactly but for the last additions. |x|
+// below 2^-4 takes the short Taylor path.
 template <class T, Acc A>
 struct Avx512Expm1Degrees {
   // Taylor terms after r in p, and after x in the short path.
@@ -134,7 +134,16 @@ inline vec<T> expm1_avx512(const vec<T>& x) {
   const V th = simd::permute2(simd::load_row(P::kHi), j, simd::load_row(P::kHi + P::kHalf));
   const V tl = simd::permute2(simd::load_row(P::kLo), j, simd::load_row(P::kLo + P::kHalf));
   const V s = simd::scalef(th, n);
-  const V big = minus_one(s, simd::fma(s, p, simd::scalef(tl, n)));
+  // (s - 1) + s p + s_lo, with the subtraction, the product and their sum kept exact as two-term
+  // sums: both terms can be several times the result just above the short path.
+  const V ph = s * p;
+  const V pl = simd::fms(s, p, ph);
+  const V m1(T(-1));
+  const V u = s + m1;
+  const V ue = (s - (u - (u - s))) + (m1 - (u - s));
+  const V v = u + ph;
+  const V ve = (u - (v - (v - u))) + (ph - (v - u));
+  const V big = v + (((ue + ve) + pl) + simd::scalef(tl, n));
   const V small = expm1_short<T, D::kShort>(xc);
   return simd::select(simd::abs(x) < V(D::kShortBound), small, big);
 }
