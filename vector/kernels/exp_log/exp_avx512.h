@@ -124,7 +124,7 @@ inline vec<T> expm1_avx512(const vec<T>& x) {
   using P = Avx512Exp<T>;
   using D = Avx512Expm1Degrees<T, A>;
   using V = vec<T>;
-  const V xc = xsimd::max(x, V(Limits<T>::kExpm1Saturate));
+  const V xc = at_least(x, Limits<T>::kExpm1Saturate);
   const V shift(P::kShift);
   const V t = simd::fma(xc, V(P::kLog2e), shift);
   const V n = t - shift;

@@ -186,6 +186,13 @@ inline vec<T> expm1_short(const vec<T>& x) {
   return simd::select(simd::abs(x) < V(Limits<T>::kExpm1Tiny), tiny, y);
 }
 
+// max(x, c) for x without NaN lanes, by compare and blend (GCC 12 warns falsely about the
+// AVX-512 max intrinsics in some builds).
+template <class T>
+inline vec<T> at_least(const vec<T>& x, T c) {
+  return simd::select(x < vec<T>(c), vec<T>(c), x);
+}
+
 // (hi - 1) + lo with the subtraction kept exact as a two-term sum.
 template <class T>
 inline vec<T> minus_one(const vec<T>& hi, const vec<T>& lo) {
@@ -203,7 +210,7 @@ inline vec<T> expm1_table(const vec<T>& x) {
   using P = Expm1Tab<T>;
   using D = Expm1Degrees<T, A>;
   using V = vec<T>;
-  const V xc = xsimd::max(x, V(Limits<T>::kExpm1Saturate));
+  const V xc = at_least(x, Limits<T>::kExpm1Saturate);
   const Reduced<T> z = reduce<T, P>(xc);
   const V q = simd::madd(z.r * z.r, horner_n<D::kTable>(z.r, kInvFact<T>), z.r);
   // 2^k as a number: its exponent bits added to those of 1.
