@@ -141,6 +141,22 @@ TVX_API void vsSub(int n, const float* a, const float* b, float* r);
 TVX_API void vmsSub(int n, const float* a, const float* b, float* r, unsigned int mode);
 TVX_API void vssub(const int* n, const float* a, const float* b, float* r);
 TVX_API void vmssub(const int* n, const float* a, const float* b, float* r, const unsigned int* mode);
+TVX_API void vdExp(int n, const double* a, double* r);
+TVX_API void vmdExp(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdexp(const int* n, const double* a, double* r);
+TVX_API void vmdexp(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsExp(int n, const float* a, float* r);
+TVX_API void vmsExp(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vsexp(const int* n, const float* a, float* r);
+TVX_API void vmsexp(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdExpm1(int n, const double* a, double* r);
+TVX_API void vmdExpm1(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdexpm1(const int* n, const double* a, double* r);
+TVX_API void vmdexpm1(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsExpm1(int n, const float* a, float* r);
+TVX_API void vmsExpm1(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vsexpm1(const int* n, const float* a, float* r);
+TVX_API void vmsexpm1(const int* n, const float* a, float* r, const unsigned int* mode);
 /* END GENERATED VECTOR DECLARATIONS */
 
 #ifdef __cplusplus
