@@ -48,7 +48,9 @@ function(tvx_finish_variants out_var)
       target_include_directories(${lib} SYSTEM PRIVATE ${TVX_XSIMD_INCLUDE})
       target_compile_definitions(${lib} PRIVATE TVX_BUILDING_LIBRARY TVX_VARIANT_ID=${vid}
                                                 TVX_VARIANT_NAME=${vname})
-      target_compile_options(${lib} PRIVATE ${vflags} ${TVX_WARNING_FLAGS})
+      # -fno-gnu-unique: inline variables become weak symbols, which the localising step below
+      # can make private; "unique" globals would stay global.
+      target_compile_options(${lib} PRIVATE ${vflags} ${TVX_WARNING_FLAGS} -fno-gnu-unique)
       if(vname STREQUAL "avx512")
         # GCC 12 reports false maybe-uninitialized warnings inside the SIMD layer's AVX-512 code.
         target_compile_options(${lib} PRIVATE -Wno-maybe-uninitialized)

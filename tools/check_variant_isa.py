@@ -14,7 +14,7 @@ ABOVE_SSE2 = re.compile(
     r"pmaxu[dw]|pmulld|pmuldq|pcmpeqq|pcmpgtq|pextr[bdq]|pinsr[bdq]|pmov[sz]x\w*|insertps|"
     r"extractps|dpp[sd]|mpsadbw|phminposuw|packusdw|movntdqa|crc32\w*|popcnt|pshufb|palignr|"
     r"ph(add|sub)\w*|pabs[bwd]|psign[bwd]|pmaddubsw|pmulhrsw|h(add|sub)p[sd]|addsubp[sd]|"
-    r"movddup|movs[hl]dup|lddqu|lzcnt|tzcnt|andn|bextr|blsi|blsmsk|blsr|bzhi|pdep|pext|"
+    r"movddup|movs[hl]dup|lddqu|lzcnt|andn|bextr|blsi|blsmsk|blsr|bzhi|pdep|pext|"
     r"mulx|rorx|sarx|shlx|shrx)$")
 VEX = re.compile(r"^(v\w+|k\w+)$")
 VEX_REG = re.compile(r"%(ymm|zmm|k[0-7])\b")
