@@ -18,11 +18,9 @@ struct Variant {
 };
 
 inline const std::vector<Variant>& all_variants() {
-  static const std::vector<Variant> v = {{0, "sse2", nullptr},
-                                         {1, "sse2b", nullptr},
-                                         {2, "sse42", "sse4.2"},
-                                         {3, "avx2", "avx2"},
-                                         {5, "avx512", "avx512dq"}};
+  static const std::vector<Variant> v = {
+      {0, "sse2", nullptr}, {1, "sse2b", nullptr}, {2, "sse42", "sse4.2"},
+      {3, "avx2", "avx2"},  {5, "avx512", "avx512dq"}};
   return v;
 }
 
@@ -42,9 +40,7 @@ inline std::string variant_name(const testing::TestParamInfo<Variant>& info) {
 }
 
 // Slot of a dispatch row: variant + 6 * (accuracy - 1).
-inline int slot(int variant, int accuracy) {
-  return variant + 6 * (accuracy - 1);
-}
+inline int slot(int variant, int accuracy) { return variant + 6 * (accuracy - 1); }
 
 #define TVX_SKIP_IF_CPU_LACKS(v)                                                   \
   do {                                                                             \

@@ -85,8 +85,7 @@ class ModeScope {
   unsigned old_;
 };
 
-// ---- inputs
-// --------------------------------------------------------------------------------------
+// ---- inputs -------------------------------------------------------------------------------------
 template <class T>
 struct Bits;
 template <>
@@ -202,8 +201,7 @@ TEST_P(LogVariant, SingleAccuracyMeetsTheLevelGoals) {
   check_accuracy<float>(GetParam());
 }
 
-// ---- special values and statuses
-// -----------------------------------------------------------------
+// ---- special values and statuses ----------------------------------------------------------------
 struct Special {
   Func f;
   double x;
@@ -261,8 +259,7 @@ TEST_P(LogVariant, SpecialValuesAndStatuses) {
   check_specials<float>(GetParam());
 }
 
-// ---- tails
-// ---------------------------------------------------------------------------------------
+// ---- tails --------------------------------------------------------------------------------------
 template <class T>
 void check_tails(const Variant& v) {
   std::vector<T> x;
@@ -288,8 +285,7 @@ TEST_P(LogVariant, TailElementsMatchBlockElements) {
   check_tails<float>(GetParam());
 }
 
-// ---- denormal mode
-// ---------------------------------------------------------------------------------
+// ---- denormal mode ------------------------------------------------------------------------------
 template <class T>
 void check_flush(const Variant& v) {
   const T den = std::numeric_limits<T>::denorm_min() * 1000;
@@ -338,8 +334,7 @@ TEST_P(LogVariant, DenormalArgumentsReadAsZeroWhenFlushing) {
   check_flush<float>(GetParam());
 }
 
-// ---- error modes
-// -------------------------------------------------------------------------------------
+// ---- error modes --------------------------------------------------------------------------------
 int g_calls = 0;
 int g_last_index = -1;
 int rewrite(kaz_error_record* rec) {
@@ -398,8 +393,7 @@ TEST_P(LogVariant, CallbackAndNoErrorModes) {
 INSTANTIATE_TEST_SUITE_P(Variants, LogVariant, testing::ValuesIn(tvx::test::all_variants()),
                          tvx::test::variant_name);
 
-// ---- cells and exports
-// -------------------------------------------------------------------------------
+// ---- cells and exports --------------------------------------------------------------------------
 TEST(LogRows, CellsFollowTheLevelPattern) {
   // Variants 0 and 1 run one kernel at every level; variant 2's HA cell is variant 0's kernel.
   const auto& row = tvx_row_ln_d;

@@ -142,8 +142,7 @@ inline vec<T> select(const mask<T>& m, const vec<T>& a, const vec<T>& b) {
   return xsimd::select(m, a, b);
 }
 
-// ---- bit views
-// -------------------------------------------------------------------------------------
+// ---- bit views -------------------------------------------------------------------------------------
 template <class T>
 inline uvec<T> as_bits(const vec<T>& v) {
   return xsimd::bitwise_cast<uvec<T>>(v);
@@ -157,9 +156,8 @@ inline vec<T> from_bits(const I& v) {
   return xsimd::bitwise_cast<vec<T>>(v);
 }
 
-// ---- arithmetic
-// --------------------------------------------------------------------------------------- a * b + c
-// rounded once. Only variants 3 and 5 have it; other variants must not call it.
+// ---- arithmetic ---------------------------------------------------------------------------------------
+// a * b + c rounded once. Only variants 3 and 5 have it; other variants must not call it.
 template <class T>
 inline vec<T> fma(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
   static_assert(kHasFma || sizeof(T) == 0, "no fused multiply-add on this variant");
@@ -222,8 +220,7 @@ inline vec<T> horner(const vec<T>& x, const T (&c)[N]) {
   return acc;
 }
 
-// ---- AVX-512 specials for the logarithms
-// ----------------------------------------------------------
+// ---- AVX-512 specials for the logarithms -------------------------------------------------------
 #if TVX_VARIANT_ID == 5
 namespace avx512 {
 // Unbiased exponent of each lane as a floating value (denormals included; DAZ reads them as 0).

@@ -362,8 +362,7 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
 }
 
 #else  // TVX_VARIANT_ID == 5
-// ---- variant 5, both types
-// -----------------------------------------------------------------------
+// ---- variant 5, both types ----------------------------------------------------------------------
 namespace x5 = simd::avx512;
 
 // log1p(r) - r for |r| < 2^-5.9: double degree 9 (LA and HA) or 5 (EP), from r^2 up.
