@@ -155,9 +155,11 @@ class Collector : public benchmark::ConsoleReporter {
         std::printf("\n");
       }
       std::printf("ratios peer time / library time (above 1: the library is faster)\n");
-      const std::pair<const char*, const char*> pairs[] = {
-          {"tvx_HA", "sleef_u10"}, {"tvx_LA", "sleef_u35"}, {"tvx_EP", "sleef_u35"},
-          {"tvx_HA", "libmvec"},   {"tvx_HA", "glibc_scalar"}};
+      const std::pair<const char*, const char*> pairs[] = {{"tvx_HA", "sleef_u10"},
+                                                           {"tvx_LA", "sleef_u35"},
+                                                           {"tvx_EP", "sleef_u35"},
+                                                           {"tvx_HA", "libmvec"},
+                                                           {"tvx_HA", "glibc_scalar"}};
       for (const auto& [ours, peer] : pairs) {
         std::printf("%-6s vs %-12s", ours, peer);
         for (long n : kSizes) {

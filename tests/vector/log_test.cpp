@@ -134,6 +134,13 @@ std::vector<T> accuracy_inputs(Func f, unsigned seed) {
   for (int i = 0; i < 100; ++i) {
     x.push_back(from_bits<T>(static_cast<U>(B::kExpMask - 1 - (rng() % 100000))));
   }
+  // Ends of the reduction intervals, where k ln 2 + log1p(r) cancels most.
+  for (double p : {4.0 / 3, 2.0 / 3, 8.0 / 3, std::sqrt(2.0), std::sqrt(0.5), 1.5, 0.75}) {
+    for (int k = 1; k < B::kDigits; ++k) {
+      for (int i = 0; i < 8; ++i)
+        x.push_back(static_cast<T>(p * (1.0 + std::ldexp(unit(rng), -k))));
+    }
+  }
   for (T v : {T(0.5), T(2), T(10), T(1000), T(1e-3), T(0.75)}) x.push_back(v);
   if (f == kLog1p) {
     for (int i = 0; i < 1500; ++i) x.push_back(static_cast<T>(-std::abs(unit(rng))));

@@ -142,7 +142,8 @@ inline vec<T> select(const mask<T>& m, const vec<T>& a, const vec<T>& b) {
   return xsimd::select(m, a, b);
 }
 
-// ---- bit views -------------------------------------------------------------------------------------
+// ---- bit views
+// -------------------------------------------------------------------------------------
 template <class T>
 inline uvec<T> as_bits(const vec<T>& v) {
   return xsimd::bitwise_cast<uvec<T>>(v);
@@ -156,8 +157,9 @@ inline vec<T> from_bits(const I& v) {
   return xsimd::bitwise_cast<vec<T>>(v);
 }
 
-// ---- arithmetic ---------------------------------------------------------------------------------------
-// a * b + c rounded once. Only variants 3 and 5 have it; other variants must not call it.
+// ---- arithmetic
+// --------------------------------------------------------------------------------------- a * b + c
+// rounded once. Only variants 3 and 5 have it; other variants must not call it.
 template <class T>
 inline vec<T> fma(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
   static_assert(kHasFma || sizeof(T) == 0, "no fused multiply-add on this variant");
@@ -203,6 +205,34 @@ inline vec<T> madd(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
   }
 }
 
+// True for NaN lanes; a quiet test that raises no flag.
+template <class T>
+inline mask<T> is_nan(const vec<T>& v) {
+  return xsimd::isnan(v);
+}
+
+// True where a < b is false: a NaN lane, or a >= b. Raises no flag for a quiet NaN (the ordered
+// comparisons of SSE would raise invalid, so there the NaN lanes are compared as zero).
+template <class T>
+inline mask<T> not_less(const vec<T>& a, const vec<T>& b) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return mask<T>(_mm512_cmp_pd_mask(a, b, _CMP_NLT_UQ));
+  } else {
+    return mask<T>(_mm512_cmp_ps_mask(a, b, _CMP_NLT_UQ));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return mask<T>(_mm256_cmp_pd(a, b, _CMP_NLT_UQ));
+  } else {
+    return mask<T>(_mm256_cmp_ps(a, b, _CMP_NLT_UQ));
+  }
+#else
+  const mask<T> nan = is_nan(a);
+  return nan || (xsimd::select(nan, vec<T>(T(0)), a) >= b);
+#endif
+}
+
 template <class T>
 inline vec<T> abs(const vec<T>& v) {
   return xsimd::abs(v);
@@ -211,6 +241,89 @@ template <class T>
 inline vec<T> sqrt(const vec<T>& v) {
   return xsimd::sqrt(v);
 }
+
+// ---- table lookups
+// -------------------------------------------------------------------------------- Lane j of the
+// result is base[idx[j]]; idx holds element offsets, not bytes.
+template <class T>
+inline vec<T> lookup(const T* base, const ivec<T>& idx) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_i64gather_pd(idx, base, 8));
+  } else {
+    return vec<T>(_mm512_i32gather_ps(idx, base, 4));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_i64gather_pd(base, idx, 8));
+  } else {
+    return vec<T>(_mm256_i32gather_ps(base, idx, 4));
+  }
+#else
+  alignas(16) typename int_of<T>::type ix[lanes<T>];
+  alignas(16) T out[lanes<T>];
+  idx.store_aligned(ix);
+  for (int j = 0; j < lanes<T>; ++j) out[j] = base[ix[j]];
+  return vec<T>::load_aligned(out);
+#endif
+}
+
+// Entries of two elements (high part first): hi[j] = base[2 idx[j]], lo[j] = base[2 idx[j] + 1].
+template <class T>
+inline void lookup_pair(const T* base, const ivec<T>& idx, vec<T>& hi, vec<T>& lo) {
+#if TVX_VARIANT_ID == 0 || TVX_VARIANT_ID == 1 || TVX_VARIANT_ID == 2
+  if constexpr (sizeof(T) == 8) {
+    // One 16-byte load brings a whole entry.
+    const __m128i i2 = _mm_add_epi64(idx, idx);
+    const __m128d e0 = _mm_loadu_pd(base + _mm_cvtsi128_si64(i2));
+    const __m128d e1 = _mm_loadu_pd(base + _mm_cvtsi128_si64(_mm_unpackhi_epi64(i2, i2)));
+    hi = vec<T>(_mm_unpacklo_pd(e0, e1));
+    lo = vec<T>(_mm_unpackhi_pd(e0, e1));
+    return;
+  }
+#endif
+  const ivec<T> i2 = idx + idx;
+  hi = lookup(base, i2);
+  lo = lookup(base + 1, i2);
+}
+
+// ---- AVX-512 specials
+// -------------------------------------------------------------------------------
+#if TVX_VARIANT_ID == 5
+// Two-source permute: lane j takes entry idx[j] (low 4 bits for double, 5 for single) of the
+// table whose first half is `t0` and second half `t1`.
+template <class T>
+inline vec<T> permute2(const vec<T>& t0, const ivec<T>& idx, const vec<T>& t1) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_permutex2var_pd(t0, idx, t1));
+  } else {
+    return vec<T>(_mm512_permutex2var_ps(t0, idx, t1));
+  }
+}
+// v * 2^floor(e), with overflow and gradual underflow as one rounding.
+template <class T>
+inline vec<T> scalef(const vec<T>& v, const vec<T>& e) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_scalef_pd(v, e));
+  } else {
+    return vec<T>(_mm512_scalef_ps(v, e));
+  }
+}
+// a * b + c rounded once toward zero, no exception flags.
+template <class T>
+inline vec<T> fma_rz(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_fmadd_round_pd(a, b, c, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+  } else {
+    return vec<T>(_mm512_fmadd_round_ps(a, b, c, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+  }
+}
+// Loads a whole register from a table row (no alignment needed).
+template <class T>
+inline vec<T> load_row(const T* p) {
+  return vec<T>::load_unaligned(p);
+}
+#endif
 
 // Evaluates c[0] + x*(c[1] + x*(c[2] + ...)) by Horner's rule with the variant's multiply-add.
 template <class T, std::size_t N>

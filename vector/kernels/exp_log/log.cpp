@@ -321,13 +321,14 @@ inline VF to_float(const IF& k) {
 }
 
 // log1p(r) = r - r^2/2 + r^3 Q(r) on [-1/3, 1/3], Q minimax for relative error
-// (tools/fit_log_poly.py 7 and 6; EP: degree 2). LA takes one degree more than its error
-// budget suggests, because near x = 4/3 the sum k ln 2 + log1p(r) loses a bit to cancellation.
+// (tools/fit_log_poly.py 7, 6 and 3). LA and EP take one degree more than their
+// error budgets suggest, because near x = 4/3 the sum k ln 2 + log1p(r) loses a bit to
+// cancellation.
 constexpr float kQHa[8] = {bf(0x3EAAAA83), bf(0xBE7FFF78), bf(0x3E4CE814), bf(0xBE2ACEE6),
                            bf(0x3E0F6B8C), bf(0xBDF9889E), bf(0x3E0F335D), bf(0xBE0402C8)};
 constexpr float kQLa[7] = {bf(0x3EAAAA94), bf(0xBE80058E), bf(0x3E4CE190), bf(0xBE28AD37),
                            bf(0x3E0FCB12), bf(0xBE1AD9E3), bf(0x3E0D84EE)};
-constexpr float kQEp[3] = {bf(0x3EAA7160), bf(0xBE88E8FE), bf(0x3E612933)};
+constexpr float kQEp[4] = {bf(0x3EAA2655), bf(0xBE7F1784), bf(0x3E67E782), bf(0xBE4274AF)};
 
 template <Lv L, bool kCorr>
 inline Parts<float> ln_core_f(const VF& u, const VF& e) {
@@ -359,6 +360,38 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
     if constexpr (kCorr) p = p + delta;
     return {simd::madd(kf, VF(kLn2F), r), p};
   }
+}
+
+// Single-precision Log10 at HA: the reduction in single, the rest in double. Near x = 4/3 the
+// sum k ln 2 + log1p(r) cancels while log10 falls into a lower binade, so single-precision
+// rounding of the polynomial would cost more than the last bit.
+constexpr double kQHaD[8] = {kQHa[0], kQHa[1], kQHa[2], kQHa[3],
+                             kQHa[4], kQHa[5], kQHa[6], kQHa[7]};
+
+inline VD log10_of_reduced(const VD& r, const VD& k) {
+  const VD p = (r * r) * simd::madd(r, simd::horner(r, kQHaD), VD(-0.5));
+  return simd::madd(k, VD(kLn2), r + p) * VD(kLog10e);
+}
+
+inline VF log10_ha_f(const VF& u) {
+  const IF iu = simd::as_ints(u);
+  const IF k = (iu - IF(0x3F2AAAAB)) >> 23;
+  const VF r = simd::from_bits<float>(iu - (k << 23)) - VF(1.0f);
+  const VF kf = to_float(k);
+#if TVX_VARIANT_ID == 3
+  const __m256 rr = r, kk = kf;
+  const VD lo = log10_of_reduced(VD(_mm256_cvtps_pd(_mm256_castps256_ps128(rr))),
+                                 VD(_mm256_cvtps_pd(_mm256_castps256_ps128(kk))));
+  const VD hi = log10_of_reduced(VD(_mm256_cvtps_pd(_mm256_extractf128_ps(rr, 1))),
+                                 VD(_mm256_cvtps_pd(_mm256_extractf128_ps(kk, 1))));
+  return VF(_mm256_set_m128(_mm256_cvtpd_ps(hi), _mm256_cvtpd_ps(lo)));
+#else
+  const __m128 rr = r, kk = kf;
+  const VD lo = log10_of_reduced(VD(_mm_cvtps_pd(rr)), VD(_mm_cvtps_pd(kk)));
+  const VD hi = log10_of_reduced(VD(_mm_cvtps_pd(_mm_movehl_ps(rr, rr))),
+                                 VD(_mm_cvtps_pd(_mm_movehl_ps(kk, kk))));
+  return VF(_mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi)));
+#endif
 }
 
 #else  // TVX_VARIANT_ID == 5
@@ -546,7 +579,16 @@ struct LogKernel {
     // Double lanes out of range are harmless in the bit arithmetic; single ones are replaced.
     const V xs = sizeof(T) == 8 ? x : simd::select(ok, x, V(T(1)));
 #endif
-    V y = finish(core<T, L, false>(xs, V(T(0))));
+    V y;
+#if TVX_VARIANT_ID != 5
+    if constexpr (sizeof(T) == 4 && F == Fn::kLog10 && L == Lv::kHA) {
+      y = log10_ha_f(xs);
+    } else {
+      y = finish(core<T, L, false>(xs, V(T(0))));
+    }
+#else
+    y = finish(core<T, L, false>(xs, V(T(0))));
+#endif
     if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(0)), y, bad);
     return y;
   }

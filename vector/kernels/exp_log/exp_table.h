@@ -1,0 +1,250 @@
+// Vector designs of Exp and Expm1 with memory tables of 2^(j/N), for the SSE2, SSE4.2 and AVX2
+// variants. Each is a template on the element type and the accuracy level; where the variant has
+// a fused multiply-add (AVX2) every multiply-add of the design is fused.
+//
+// Reduction: t = x * N/ln2 + 1.5*2^p puts m = round(x N / ln2) in the low bits of t, with
+// n = t - 1.5*2^p = m as a float value; r = x - n ln2/N in two parts, |r| <= ln2/(2N). With
+// m = k N + j, exp(x) = 2^k * 2^(j/N) * exp(r). The power 2^k is added to the exponent field by
+// integer addition of t's bits shifted into place: no multiplication, no conversion.
+// These paths assume the lane is in range (|x| under the table limit), where 2^(j/N) exp(r) >= 1
+// whenever k is at its lowest, so the result never lands in the subnormal range.
+#pragma once
+
+#include "vector/kernels/common/simd_ops.h"
+#include "vector/kernels/exp_log/exp_common.h"
+
+namespace tvx::TVX_VNS::exp_detail {
+
+using simd::ivec;
+using simd::vec;
+
+// Parameters of one table design. kTable holds pairs (high, low) if kPairs, else high parts
+// with a stride of kStride elements. Poly c2, c3, ... of q(r) = r + r^2 (c2 + c3 r + ...).
+template <class T, Acc A>
+struct ExpTab;
+
+// HA, double: N = 64, high and low parts, degree 5. Polynomial error below 2^-64 on
+// |r| <= ln2/128.
+template <>
+struct ExpTab<double, Acc::HA> {
+  static constexpr int kLogN = 6;
+  static constexpr bool kPairs = true, kTwoPart = true;
+  static constexpr const double* kTable = kExp2Pairs64;
+  static constexpr double kInvL = d_bits(0x40571547652B82FE);
+  static constexpr double kL1 = d_bits(0x3F862E42FEFA0000), kL2 = d_bits(0x3D1CF79ABC9E3B3A);
+  static constexpr double kPoly[4] = {d_bits(0x3FDFFFFFFFFFDB3B), d_bits(0x3FC555555555653E),
+                                      d_bits(0x3FA555573F218B93), d_bits(0x3F8111112D9F549B)};
+};
+// LA, double: N = 1024, one part, degree 3 on |r| <= ln2/2048 (error about 2^-57).
+template <>
+struct ExpTab<double, Acc::LA> {
+  static constexpr int kLogN = 10;
+  static constexpr bool kPairs = false, kTwoPart = true;
+  static constexpr int kStride = 1;
+  static constexpr const double* kTable = kExp2Tab1024;
+  static constexpr double kInvL = d_bits(0x40971547652B82FE);
+  static constexpr double kL1 = d_bits(0x3F462E42FEC00000), kL2 = d_bits(0x3D5D1CF79ABC9E3B);
+  static constexpr double kPoly[2] = {d_bits(0x3FE0000001EBFBE0), d_bits(0x3FC5555555555556)};
+};
+// EP, double: N = 128, one part, degree 2 (error about 2^-30), single-part reduction.
+template <>
+struct ExpTab<double, Acc::EP> {
+  static constexpr int kLogN = 7;
+  static constexpr bool kPairs = false, kTwoPart = false;
+  static constexpr int kStride = 2;
+  static constexpr const double* kTable = kExp2Pairs128;
+  static constexpr double kInvL = d_bits(0x40671547652B82FE);
+  static constexpr double kL1 = d_bits(0x3F762E42FEFA39EF), kL2 = 0.0;
+  static constexpr double kPoly[1] = {d_bits(0x3FDFFFFC2808F7E8)};
+};
+// HA, single: N = 128, high and low parts, q = r + r^2/2 (error below 2^-28 on ln2/256).
+template <>
+struct ExpTab<float, Acc::HA> {
+  static constexpr int kLogN = 7;
+  static constexpr bool kPairs = true, kTwoPart = true;
+  static constexpr const float* kTable = kExp2fPairs128;
+  static constexpr float kInvL = f_bits(0x4338AA3B);
+  static constexpr float kL1 = f_bits(0x3BB18000), kL2 = f_bits(0xB5DE8083);
+  static constexpr float kPoly[1] = {0.5f};
+};
+
+template <class T>
+inline constexpr T kShifter = sizeof(T) == 8 ? T(d_bits(0x4338000000000000))
+                                             : T(f_bits(0x4B400000));
+
+// The reduced argument and the table entry of one register.
+template <class T>
+struct Reduced {
+  vec<T> t;   // carries m in its low bits
+  vec<T> r;   // reduced argument
+  vec<T> th;  // 2^(j/N), high part
+  vec<T> tl;  // low part (zero for one-part tables)
+};
+
+template <class T, class P>
+inline Reduced<T> reduce(const vec<T>& x) {
+  using V = vec<T>;
+  Reduced<T> z;
+  const V shift(kShifter<T>);
+  z.t = simd::madd(x, V(P::kInvL), shift);
+  const V n = z.t - shift;
+  if constexpr (P::kTwoPart) {
+    z.r = simd::madd(n, V(-P::kL2), simd::madd(n, V(-P::kL1), x));
+  } else {
+    z.r = simd::madd(n, V(-P::kL1), x);
+  }
+  const ivec<T> j = simd::as_ints(z.t) & ivec<T>((1 << P::kLogN) - 1);
+  if constexpr (P::kPairs) {
+    simd::lookup_pair(P::kTable, j, z.th, z.tl);
+  } else {
+    z.th = simd::lookup(P::kTable, P::kStride == 1 ? j : j + j);
+    z.tl = V(T(0));
+  }
+  return z;
+}
+
+// Bits of 2^k placed in the exponent field (sign bit included, taken modulo its width).
+template <class T, int kLogN>
+inline ivec<T> exponent_bits(const vec<T>& t) {
+  using I = typename simd::int_of<T>::type;
+  constexpr int kShift = Limits<T>::kMantBits - kLogN;
+  constexpr I kMask =
+      sizeof(T) == 8 ? I(std::int64_t(0xFFF0000000000000ull)) : I(std::int32_t(0xFF800000u));
+  return (simd::as_ints(t) << kShift) & ivec<T>(kMask);
+}
+
+// exp(x) for lanes in range.
+template <class T, Acc A>
+inline vec<T> exp_table(const vec<T>& x) {
+  using P = ExpTab<T, A>;
+  using V = vec<T>;
+  const Reduced<T> z = reduce<T, P>(x);
+  const V r2 = z.r * z.r;
+  const V p = simd::horner(z.r, P::kPoly);
+  const V q = simd::madd(p, r2, z.r);
+  V y;
+  if constexpr (P::kPairs) {
+    y = simd::madd(q, z.th, z.tl) + z.th;
+  } else {
+    y = simd::madd(z.th, q, z.th);
+  }
+  return simd::from_bits<T>(simd::as_ints(y) + exponent_bits<T, P::kLogN>(z.t));
+}
+
+// ---- Expm1 --------------------------------------------------------------------------------------
+// N = 128 with high and low parts at every level: the final subtraction of 1 magnifies the
+// absolute error of 2^(j/N) exp(r), so no level can drop the low parts. Levels differ in the
+// degree of q and of the short-argument polynomial.
+template <class T>
+struct Expm1Tab;
+template <>
+struct Expm1Tab<double> {
+  static constexpr int kLogN = 7;
+  static constexpr bool kPairs = true, kTwoPart = true;
+  static constexpr const double* kTable = kExp2Pairs128;
+  static constexpr double kInvL = d_bits(0x40671547652B82FE);
+  static constexpr double kL1 = d_bits(0x3F762E42FEF80000), kL2 = d_bits(0x3D41CF79ABC9E3B4);
+};
+template <>
+struct Expm1Tab<float> {
+  static constexpr int kLogN = 7;
+  static constexpr bool kPairs = true, kTwoPart = true;
+  static constexpr const float* kTable = kExp2fPairs128;
+  static constexpr float kInvL = f_bits(0x4338AA3B);
+  static constexpr float kL1 = f_bits(0x3BB18000), kL2 = f_bits(0xB5DE8083);
+};
+
+// Degrees (number of Taylor terms after r) by type and level: for q on |r| <= ln2/256 and for
+// the short path x + x^2 (1/2 + x/6 + ...) on |x| < 2^-7. Above that bound the terms of
+// (2^k T - 1) + 2^k T q are at most about the result, so their roundings stay small.
+template <class T, Acc A>
+struct Expm1Degrees {
+  static constexpr int kTable = sizeof(T) == 8 ? (A == Acc::HA   ? 5
+                                                  : A == Acc::LA ? 4
+                                                                 : 2)
+                                               : (A == Acc::EP ? 1 : 2);
+  static constexpr int kShort = sizeof(T) == 8 ? (A == Acc::EP ? 3 : 6) : (A == Acc::EP ? 1 : 3);
+  static constexpr T kShortBound = T(0x1p-7);
+};
+
+// c[0] + x (c[1] + ...) over the first `count` entries of c.
+template <int kCount, class T>
+inline vec<T> horner_n(const vec<T>& x, const T* c) {
+  vec<T> acc(c[kCount - 1]);
+  for (int k = kCount - 2; k >= 0; --k) acc = simd::madd(acc, x, vec<T>(c[k]));
+  return acc;
+}
+
+// expm1(x) for |x| < the short bound: x + x^2 (1/2 + x/6 + ...), and below the tiny bound x
+// itself, passed through arithmetic so that the flush mode and the sign of zero hold.
+template <class T, int kTerms>
+inline vec<T> expm1_short(const vec<T>& x) {
+  using V = vec<T>;
+  const V p = horner_n<kTerms>(x, kInvFact<T>);
+  const V y = simd::madd(x * x, p, x);
+  const V tiny = (x + x) * V(T(0.5));
+  return simd::select(simd::abs(x) < V(Limits<T>::kExpm1Tiny), tiny, y);
+}
+
+// (hi - 1) + lo with the subtraction kept exact as a two-term sum.
+template <class T>
+inline vec<T> minus_one(const vec<T>& hi, const vec<T>& lo) {
+  using V = vec<T>;
+  const V m1(T(-1));
+  const V u = hi + m1;
+  const V hv = u - hi;
+  const V err = (hi - (u - hv)) + (m1 - hv);
+  return u + (lo + err);
+}
+
+// expm1(x) for x up to the table limit (any x below it, -infinity included).
+template <class T, Acc A>
+inline vec<T> expm1_table(const vec<T>& x) {
+  using P = Expm1Tab<T>;
+  using D = Expm1Degrees<T, A>;
+  using V = vec<T>;
+  const V xc = xsimd::max(x, V(Limits<T>::kExpm1Saturate));
+  const Reduced<T> z = reduce<T, P>(xc);
+  const V q = simd::madd(z.r * z.r, horner_n<D::kTable>(z.r, kInvFact<T>), z.r);
+  // 2^k as a number: its exponent bits added to those of 1.
+  const V scale = simd::from_bits<T>(simd::as_ints(V(T(1))) + exponent_bits<T, P::kLogN>(z.t));
+  const V hi = z.th * scale;
+  const V lo = simd::madd(z.th, q, z.tl) * scale;
+  const V big = minus_one(hi, lo);
+  const V small = expm1_short<T, D::kShort>(xc);
+  return simd::select(simd::abs(x) < V(D::kShortBound), small, big);
+}
+
+// ---- single-precision designs without a table
+// ---------------------------------------------------- LA: n = round(x log2 e), r = x - n ln2 in
+// two parts, exp(r) by a degree-5 polynomial on |r| <= ln2/2, 2^n added to the exponent.
+inline vec<float> exp_f_notable(const vec<float>& x) {
+  using V = vec<float>;
+  const V shift(f_bits(0x4B400000));
+  const V t = simd::madd(x, V(f_bits(0x3FB8AA3B)), shift);
+  const V n = t - shift;
+  const V r = simd::madd(n, V(-f_bits(0x35BFBE8E)), simd::madd(n, V(-f_bits(0x3F317200)), x));
+  static constexpr float kPoly[6] = {1.0f,
+                                     f_bits(0x3F7FFFFE),
+                                     f_bits(0x3EFFFF34),
+                                     f_bits(0x3E2AACAC),
+                                     f_bits(0x3D2B8392),
+                                     f_bits(0x3C07D9FE)};
+  const V p = simd::horner(r, kPoly);
+  return simd::from_bits<float>(simd::as_ints(p) + (simd::as_ints(t) << 23));
+}
+
+// EP: f = x log2 e - round(x log2 e), 2^f by a degree-3 polynomial on |f| <= 1/2.
+inline vec<float> exp_f_pow2(const vec<float>& x) {
+  using V = vec<float>;
+  const V shift(f_bits(0x4B400000));
+  const V u = x * V(f_bits(0x3FB8AA3B));
+  const V t = u + shift;
+  const V f = u - (t - shift);
+  static constexpr float kPoly[4] = {1.0f, f_bits(0x3F317422), f_bits(0x3E77D66A),
+                                     f_bits(0x3D63582B)};
+  const V p = simd::horner(f, kPoly);
+  return simd::from_bits<float>(simd::as_ints(p) + (simd::as_ints(t) << 23));
+}
+
+}  // namespace tvx::TVX_VNS::exp_detail
