@@ -9,7 +9,8 @@
 // the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in registers.
 //
 // Single precision, variants 0 to 3: no table; x = 2^k m with m in [2/3, 4/3) and a minimax
-// polynomial in r = m - 1. Variant 5 follows the double design with a single-precision table.
+// polynomial in r = m - 1 (HA finishes the polynomial and the sum in double). Variant 5 follows
+// the double design with a single-precision table.
 //
 // Log10 multiplies the two-part logarithm by log10(e) with an exact leading product (HA), or the
 // one-part result by log10(e) (LA, EP). Log1p forms u = 1 + x with its rounding error e and
@@ -343,54 +344,56 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
     rp = r + delta;
   }
   const VF r2 = rp * rp;
+  static_assert(L != Lv::kHA, "single-precision HA runs ha_f");
   VF q;
-  if constexpr (L == Lv::kHA) {
-    q = simd::horner(rp, kQHa);
-  } else if constexpr (L == Lv::kLA) {
+  if constexpr (L == Lv::kLA) {
     q = simd::horner(rp, kQLa);
   } else {
     q = simd::horner(rp, kQEp);
   }
   VF p = r2 * simd::madd(rp, q, VF(-0.5f));
-  if constexpr (L == Lv::kHA) {
-    const VF a = kf * VF(kLn2HiF);  // exact
-    const VF b = kf * VF(kLn2LoF);
-    return ha_sum<float>(a, kCorr ? b + delta : b, r, p);
-  } else {
-    if constexpr (kCorr) p = p + delta;
-    return {simd::madd(kf, VF(kLn2F), r), p};
-  }
+  if constexpr (kCorr) p = p + delta;
+  return {simd::madd(kf, VF(kLn2F), r), p};
 }
 
-// Single-precision Log10 at HA: the reduction in single, the rest in double. Near x = 4/3 the
-// sum k ln 2 + log1p(r) cancels while log10 falls into a lower binade, so single-precision
-// rounding of the polynomial would cost more than the last bit.
+// Single precision at HA: the reduction in single, the rest in double. Near x = 4/3 the sum
+// k ln 2 + log1p(r) cancels (and log10 falls into a lower binade), so rounding the polynomial in
+// single precision would cost more than the last bit.
 constexpr double kQHaD[8] = {kQHa[0], kQHa[1], kQHa[2], kQHa[3],
                              kQHa[4], kQHa[5], kQHa[6], kQHa[7]};
 
-inline VD log10_of_reduced(const VD& r, const VD& k) {
+template <bool kLog10>
+inline VD ha_tail_d(const VD& r, const VD& k) {
   const VD p = (r * r) * simd::madd(r, simd::horner(r, kQHaD), VD(-0.5));
-  return simd::madd(k, VD(kLn2), r + p) * VD(kLog10e);
+  const VD ln = simd::madd(k, VD(kLn2), r + p);
+  return kLog10 ? ln * VD(kLog10e) : ln;
 }
 
-inline VF log10_ha_f(const VF& u) {
+// ln(u + e) (kCorr) or ln u, times log10(e) for Log10.
+template <bool kLog10, bool kCorr>
+inline VF ha_f(const VF& u, const VF& e) {
   const IF iu = simd::as_ints(u);
   const IF k = (iu - IF(0x3F2AAAAB)) >> 23;
-  const VF r = simd::from_bits<float>(iu - (k << 23)) - VF(1.0f);
+  VF r = simd::from_bits<float>(iu - (k << 23)) - VF(1.0f);
+  // Log1p: the rounding error e of u moves m by e 2^-k (exact), joined to r in double.
+  VF c(0.0f);
+  if constexpr (kCorr) c = e * simd::from_bits<float>((IF(127) - k) << 23);
   const VF kf = to_float(k);
 #if TVX_VARIANT_ID == 3
-  const __m256 rr = r, kk = kf;
-  const VD lo = log10_of_reduced(VD(_mm256_cvtps_pd(_mm256_castps256_ps128(rr))),
-                                 VD(_mm256_cvtps_pd(_mm256_castps256_ps128(kk))));
-  const VD hi = log10_of_reduced(VD(_mm256_cvtps_pd(_mm256_extractf128_ps(rr, 1))),
-                                 VD(_mm256_cvtps_pd(_mm256_extractf128_ps(kk, 1))));
-  return VF(_mm256_set_m128(_mm256_cvtpd_ps(hi), _mm256_cvtpd_ps(lo)));
+  auto lo = [](const VF& v) { return VD(_mm256_cvtps_pd(_mm256_castps256_ps128(v))); };
+  auto hi = [](const VF& v) { return VD(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))); };
+  const VD a = ha_tail_d<kLog10>(lo(r) + lo(c), lo(kf));
+  const VD b = ha_tail_d<kLog10>(hi(r) + hi(c), hi(kf));
+  return VF(_mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a)));
 #else
-  const __m128 rr = r, kk = kf;
-  const VD lo = log10_of_reduced(VD(_mm_cvtps_pd(rr)), VD(_mm_cvtps_pd(kk)));
-  const VD hi = log10_of_reduced(VD(_mm_cvtps_pd(_mm_movehl_ps(rr, rr))),
-                                 VD(_mm_cvtps_pd(_mm_movehl_ps(kk, kk))));
-  return VF(_mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi)));
+  auto lo = [](const VF& v) { return VD(_mm_cvtps_pd(v)); };
+  auto hi = [](const VF& v) {
+    const __m128 x = v;
+    return VD(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
+  };
+  const VD a = ha_tail_d<kLog10>(lo(r) + lo(c), lo(kf));
+  const VD b = ha_tail_d<kLog10>(hi(r) + hi(c), hi(kf));
+  return VF(_mm_movelh_ps(_mm_cvtpd_ps(a), _mm_cvtpd_ps(b)));
 #endif
 }
 
@@ -581,8 +584,8 @@ struct LogKernel {
 #endif
     V y;
 #if TVX_VARIANT_ID != 5
-    if constexpr (sizeof(T) == 4 && F == Fn::kLog10 && L == Lv::kHA) {
-      y = log10_ha_f(xs);
+    if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
+      y = ha_f<F == Fn::kLog10, false>(xs, V(T(0)));
     } else {
       y = finish(core<T, L, false>(xs, V(T(0))));
     }
@@ -606,7 +609,16 @@ struct LogKernel {
     const V u = V(T(1)) + xs;
     const V v = u - xs;
     const V e = (V(T(1)) - v) + (xs - (u - v));
-    V y = finish(core<T, L, true>(u, e));
+    V y;
+#if TVX_VARIANT_ID != 5
+    if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
+      y = ha_f<false, true>(u, e);
+    } else {
+      y = finish(core<T, L, true>(u, e));
+    }
+#else
+    y = finish(core<T, L, true>(u, e));
+#endif
     // log1p x = x below the tiny bound; the product reads a denormal as zero when asked to.
     y = simd::select(tiny, x * opaque(V(T(1))), y);
     if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(-1)), y, bad);
