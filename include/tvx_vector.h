@@ -157,6 +157,30 @@ TVX_API void vsExpm1(int n, const float* a, float* r);
 TVX_API void vmsExpm1(int n, const float* a, float* r, unsigned int mode);
 TVX_API void vsexpm1(const int* n, const float* a, float* r);
 TVX_API void vmsexpm1(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdLn(int n, const double* a, double* r);
+TVX_API void vmdLn(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdln(const int* n, const double* a, double* r);
+TVX_API void vmdln(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsLn(int n, const float* a, float* r);
+TVX_API void vmsLn(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vsln(const int* n, const float* a, float* r);
+TVX_API void vmsln(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdLog10(int n, const double* a, double* r);
+TVX_API void vmdLog10(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdlog10(const int* n, const double* a, double* r);
+TVX_API void vmdlog10(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsLog10(int n, const float* a, float* r);
+TVX_API void vmsLog10(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vslog10(const int* n, const float* a, float* r);
+TVX_API void vmslog10(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdLog1p(int n, const double* a, double* r);
+TVX_API void vmdLog1p(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdlog1p(const int* n, const double* a, double* r);
+TVX_API void vmdlog1p(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsLog1p(int n, const float* a, float* r);
+TVX_API void vmsLog1p(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vslog1p(const int* n, const float* a, float* r);
+TVX_API void vmslog1p(const int* n, const float* a, float* r, const unsigned int* mode);
 /* END GENERATED VECTOR DECLARATIONS */
 
 #ifdef __cplusplus

@@ -333,4 +333,72 @@ inline vec<T> horner(const vec<T>& x, const T (&c)[N]) {
   return acc;
 }
 
+// ---- AVX-512 specials for the logarithms -------------------------------------------------------
+#if TVX_VARIANT_ID == 5
+namespace avx512 {
+// Unbiased exponent of each lane as a floating value (denormals included; DAZ reads them as 0).
+template <class T>
+inline vec<T> getexp(const vec<T>& x) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_getexp_pd(x));
+  } else {
+    return vec<T>(_mm512_getexp_ps(x));
+  }
+}
+// Significand in [1, 2); NaN for a negative lane.
+template <class T>
+inline vec<T> getmant_1_2(const vec<T>& x) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_getmant_pd(x, _MM_MANT_NORM_1_2, _MM_MANT_SIGN_nan));
+  } else {
+    return vec<T>(_mm512_getmant_ps(x, _MM_MANT_NORM_1_2, _MM_MANT_SIGN_nan));
+  }
+}
+// Reciprocal to 14 bits.
+template <class T>
+inline vec<T> rcp14(const vec<T>& x) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_rcp14_pd(x));
+  } else {
+    return vec<T>(_mm512_rcp14_ps(x));
+  }
+}
+// Rounds to kImm >> 4 fraction bits, by the rounding of kImm's low bits.
+template <int kImm, class T>
+inline vec<T> roundscale(const vec<T>& x) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_roundscale_pd(x, kImm));
+  } else {
+    return vec<T>(_mm512_roundscale_ps(x, kImm));
+  }
+}
+// a * 2^floor(b), exact up to the final rounding, with overflow and gradual underflow.
+template <class T>
+inline vec<T> scalef(const vec<T>& a, const vec<T>& b) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_scalef_pd(a, b));
+  } else {
+    return vec<T>(_mm512_scalef_ps(a, b));
+  }
+}
+// Bit j set when lane j belongs to one of the classes of kImm (vfpclass encoding).
+template <int kImm, class T>
+inline std::uint32_t fpclass(const vec<T>& x) {
+  if constexpr (sizeof(T) == 8) {
+    return _mm512_fpclass_pd_mask(x, kImm);
+  } else {
+    return _mm512_fpclass_ps_mask(x, kImm);
+  }
+}
+// 16-entry table lookup by the low four bits of each lane of idx (the lane's own width): for
+// doubles entries 0-7 sit in lo and 8-15 in hi; for singles all 16 sit in lo.
+inline vec<double> lookup16(const vec<double>& lo, const vec<double>& hi, const uvec<double>& idx) {
+  return vec<double>(_mm512_permutex2var_pd(lo, idx, hi));
+}
+inline vec<float> lookup16(const vec<float>& lo, const vec<float>&, const uvec<float>& idx) {
+  return vec<float>(_mm512_permutexvar_ps(idx, lo));
+}
+}  // namespace avx512
+#endif
+
 }  // namespace tvx::TVX_VNS::simd

@@ -1,0 +1,666 @@
+// Logarithms: Ln, Log10 and Log1p in double and single precision, compiled once per variant.
+//
+// Double precision, variants 0 to 3: x = 2^(E - 1023) * (1 + f) is mapped to m = 2^-10 (1 + f),
+// an integer c in [512, 1024] close to 1/m is found through the single-precision reciprocal, and
+// r = c*m - 1 is exact. Then ln x = E ln 2 + T(c) + log1p(r), where the table T(c) folds in the
+// exponent bias. HA keeps T and ln 2 in two parts and forms the final sum so that only the last
+// rounding is large; LA and EP use a one-part table with the exponent re-centred around 1.
+// Variant 5 takes the significand in [1, 2) and the exponent with the AVX-512 specials, rounds
+// the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in registers.
+//
+// Single precision, variants 0 to 3: no table; x = 2^k m with m in [2/3, 4/3) and a minimax
+// polynomial in r = m - 1 (HA finishes the polynomial and the sum in double). Variant 5 follows
+// the double design with a single-precision table.
+//
+// Log10 multiplies the two-part logarithm by log10(e) with an exact leading product (HA), or the
+// one-part result by log10(e) (LA, EP). Log1p forms u = 1 + x with its rounding error e and
+// takes the logarithm of u with e carried as a correction to the reduced argument.
+//
+// Lanes the vector path cannot take (zero, negative, denormal where the path needs normals,
+// infinity, NaN where the path would misbehave, huge Log1p arguments) go to the scalar callouts,
+// which compute the element from a 65-row table in plain double arithmetic.
+#include <bit>
+#include <cstdint>
+#include <limits>
+
+#include "vector/kernels/common/kernel_loop.h"
+
+namespace tvx::TVX_VNS {
+namespace {
+
+#include "vector/kernels/exp_log/log_tables.inc"
+
+using simd::uvec;
+using simd::vec;
+using VD = vec<double>;
+using VF = vec<float>;
+using UD = uvec<double>;
+
+enum class Fn { kLn, kLog10, kLog1p };
+enum class Lv { kLA, kHA, kEP };
+
+constexpr double bd(std::uint64_t b) {
+  return std::bit_cast<double>(b);
+}
+constexpr float bf(std::uint32_t b) {
+  return std::bit_cast<float>(b);
+}
+
+// ln 2 in one part and as two 36-bit parts (E * part is exact for every exponent E).
+constexpr double kLn2 = 0x1.62e42fefa39efp-1;
+constexpr double kLn2Hi = 0x1.62e42fefa0000p-1;
+constexpr double kLn2Lo = 0x1.cf79abc9e0000p-40;
+constexpr float kLn2F = bf(0x3F317218);
+constexpr float kLn2HiF = bf(0x3F317200);
+constexpr float kLn2LoF = bf(0x35BFBE8E);
+// log10(e): rounded, then a 26-bit (12-bit in single) head and the rest.
+constexpr double kLog10e = 0x1.bcb7b1526e50ep-2;
+constexpr double kLog10eHead = 0x1.bcb7b1p-2;
+constexpr double kLog10eTail = 0x1.49b9438ca9aaep-28;
+constexpr float kLog10eF = 0x1.bcb7b2p-2f;
+constexpr float kLog10eHeadF = 0x1.bcap-2f;
+constexpr float kLog10eTailF = 0x1.7b1526p-14f;
+
+template <class T>
+inline constexpr T kInf = std::numeric_limits<T>::infinity();
+
+// ================================================================================================
+// Scalar path
+// ================================================================================================
+
+struct DD {
+  double hi, lo;
+};
+
+// ln x as an unevaluated sum hi + lo, good to about 2^-63 relative, for a positive normal x;
+// `scale` is added to x's exponent (used for denormals brought up by 2^60).
+inline DD ln_dd(double x, int scale) {
+  const std::uint64_t b = std::bit_cast<std::uint64_t>(x);
+  const double e = static_cast<double>(static_cast<int>(b >> 52) - 1023 + scale);
+  const double m = std::bit_cast<double>((b & 0x000FFFFFFFFFFFFFull) | 0x3FF0000000000000ull);
+  // 2^46 + 1 + m has its last place at 2^-6: the low seven bits give round(64 (m - 1)).
+  const double t = m + 70368744177665.0;
+  const int j = static_cast<int>(std::bit_cast<std::uint64_t>(t) & 127);
+  const double* row = kLnScalar + 3 * j;
+  const double c = row[0];
+  // m to 31 fraction bits, so that mh * c is exact; c*m - 1 fits in 53 bits, so r is exact.
+  const double mh = (m + 2097152.0) - 2097152.0;
+  const double r = (mh * c - 1.0) + (m - mh) * c;
+  const double a = e * kLn2Hi + row[1];  // exact
+  const double s = a + r;
+  const double z = s - a;
+  const double err = (a - (s - z)) + (r - z);
+  // log1p(r) - r by its series to r^13 (|r| < 0.0235).
+  double q = -1.0 / 12.0 + r * (1.0 / 13.0);
+  q = 1.0 / 11.0 + r * q;
+  q = -1.0 / 10.0 + r * q;
+  q = 1.0 / 9.0 + r * q;
+  q = -1.0 / 8.0 + r * q;
+  q = 1.0 / 7.0 + r * q;
+  q = -1.0 / 6.0 + r * q;
+  q = 1.0 / 5.0 + r * q;
+  q = -1.0 / 4.0 + r * q;
+  q = 1.0 / 3.0 + r * q;
+  q = -0.5 + r * q;
+  const double p = (r * r) * q;
+  return {s, ((e * kLn2Lo + row[2]) + err) + p};
+}
+
+// ln of a positive finite non-zero x, normal or denormal.
+inline DD ln_dd_any(double x) {
+  if (x < 0x1p-1022) return ln_dd(x * 0x1p60, -60);
+  return ln_dd(x, 0);
+}
+
+// log1p x for x > -1, finite: ln(u) + e/u with u = 1 + x and e its rounding error.
+inline DD log1p_dd(double x) {
+  const double u = 1.0 + x;
+  const double v = u - x;
+  const double e = (1.0 - v) + (x - (u - v));
+  DD d = ln_dd_any(u);
+  d.lo += e / u;
+  return d;
+}
+
+// (hi + lo) * log10(e) with an exact leading product.
+inline double times_log10e(DD d) {
+  const double sh =
+      std::bit_cast<double>(std::bit_cast<std::uint64_t>(d.hi) & 0xFFFFFFFFF8000000ull);
+  const double sl = d.hi - sh;
+  return sh * kLog10eHead + (sl * kLog10eHead + (d.hi * kLog10eTail + d.lo * kLog10e));
+}
+
+template <Fn F>
+inline double finish(DD d) {
+  if constexpr (F == Fn::kLog10) {
+    return times_log10e(d);
+  } else {
+    return d.hi + d.lo;
+  }
+}
+
+// Callouts. Comparisons, not bit tests, decide zero: with denormals-are-zero on, a denormal
+// argument reads as zero here as it does in the vector path.
+template <Fn F, class T>
+inline int log_callout(T x, T* res) {
+  if (x != x) {  // NaN: quieted by arithmetic
+    *res = x + x;
+    return 0;
+  }
+  if constexpr (F == Fn::kLog1p) {
+    if (x == kInf<T>) {
+      *res = x;
+      return 0;
+    }
+    if (x == T(-1)) {
+      *res = T(-1) / (x + T(1));  // -inf, raising division by zero
+      return KAZ_STATUS_SING;
+    }
+    if (x < T(-1)) {
+      *res = (x - x) / (x - x);  // NaN, raising invalid
+      return KAZ_STATUS_ERRDOM;
+    }
+    if (x == T(0)) {  // only reached with a denormal under denormals-are-zero
+      *res = x * T(0);
+      return 0;
+    }
+    *res = static_cast<T>(finish<F>(log1p_dd(static_cast<double>(x))));
+    return 0;
+  } else {
+    if (x == kInf<T>) {
+      *res = x;
+      return 0;
+    }
+    if (x == T(0)) {
+      *res = T(-1) / (x * x);  // -inf, raising division by zero
+      return KAZ_STATUS_SING;
+    }
+    if (x < T(0)) {
+      *res = (x - x) / (x - x);  // NaN, raising invalid
+      return KAZ_STATUS_ERRDOM;
+    }
+    *res = static_cast<T>(finish<F>(ln_dd_any(static_cast<double>(x))));
+    return 0;
+  }
+}
+
+// ================================================================================================
+// Vector path
+// ================================================================================================
+
+// Result of a logarithm core, hi + lo: for HA the high sum and everything below it, for LA and
+// EP everything but the polynomial, and the polynomial.
+template <class T>
+struct Parts {
+  vec<T> hi, lo;
+};
+
+// Common HA ending: ln = A + r + B + p with A exact and |A| >= |r| or A = 0; the carry of
+// r + A joins the low terms, the high sum is added last.
+template <class T>
+inline Parts<T> ha_sum(const vec<T>& a, const vec<T>& b, const vec<T>& r, const vec<T>& p) {
+  const vec<T> s = r + a;
+  const vec<T> err = r - (s - a);
+  return {s, (b + err) + p};
+}
+
+#if TVX_VARIANT_ID != 5
+// ---- double, variants 0 to 3 --------------------------------------------------------------------
+
+// Single-precision reciprocal of each lane.
+inline VD rcp_via_float(const VD& m) {
+#if TVX_VARIANT_ID == 3
+  return VD(_mm256_cvtps_pd(_mm_rcp_ps(_mm256_cvtpd_ps(m))));
+#else
+  return VD(_mm_cvtps_pd(_mm_rcp_ps(_mm_cvtpd_ps(m))));
+#endif
+}
+
+// Nearest integer (the values are below 2^11).
+inline VD round_int(const VD& y) {
+#if TVX_VARIANT_ID == 3
+  return VD(_mm256_round_pd(y, 0));
+#elif TVX_VARIANT_ID == 2
+  return VD(_mm_round_pd(y, 0));
+#else
+  return (y + VD(0x1.8p52)) - VD(0x1.8p52);
+#endif
+}
+
+// Table entries at byte offsets: two doubles (high, low) per entry, or one.
+inline void load_pair(const double* tab, const UD& off, VD& hi, VD& lo) {
+#if TVX_VARIANT_ID == 3
+  hi = VD(_mm256_i64gather_pd(tab, off, 1));
+  lo = VD(_mm256_i64gather_pd(tab + 1, off, 1));
+#else
+  const char* base = reinterpret_cast<const char*>(tab);
+  const __m128i o = off;
+  const __m128d e0 = _mm_load_pd(reinterpret_cast<const double*>(base + _mm_cvtsi128_si64(o)));
+  const __m128d e1 = _mm_load_pd(
+      reinterpret_cast<const double*>(base + _mm_cvtsi128_si64(_mm_unpackhi_epi64(o, o))));
+  hi = VD(_mm_unpacklo_pd(e0, e1));
+  lo = VD(_mm_unpackhi_pd(e0, e1));
+#endif
+}
+inline VD load_one(const double* tab, const UD& off) {
+#if TVX_VARIANT_ID == 3
+  return VD(_mm256_i64gather_pd(tab, off, 1));
+#else
+  const char* base = reinterpret_cast<const char*>(tab);
+  const __m128i o = off;
+  const __m128d e0 = _mm_load_sd(reinterpret_cast<const double*>(base + _mm_cvtsi128_si64(o)));
+  return VD(_mm_loadh_pd(
+      e0, reinterpret_cast<const double*>(base + _mm_cvtsi128_si64(_mm_unpackhi_epi64(o, o)))));
+#endif
+}
+
+// Degree 5 for log1p(r) - r, |r| < 2^-9.4.
+constexpr double kP5[4] = {bd(0xBFDFFFFFFFFFF81F), bd(0x3FD55555555543C5), bd(0xBFD0000148058EE1),
+                           bd(0x3FC9999CACDB4D0A)};
+
+// ln u, with e (when kCorr) a small addend to u: ln(u + e).
+template <Lv L, bool kCorr>
+inline Parts<double> ln_core(const VD& u, const VD& e) {
+  const UD bu = simd::as_bits(u);
+  const VD m =
+      simd::from_bits<double>((bu & UD(0x000FFFFFFFFFFFFFull)) | UD(0x3F50000000000000ull));
+  const VD c = round_int(rcp_via_float(m));
+  VD r;
+  if constexpr (simd::kHasFma) {
+    r = simd::fma(c, m, VD(-1.0));
+  } else {
+    // Both products exact; their sum c*m - 1 fits in 53 bits.
+    const VD mh = simd::from_bits<double>(simd::as_bits(m) & UD(0xFFFFFFFFFC000000ull));
+    r = (c * mh - VD(1.0)) + c * (m - mh);
+  }
+  const VD big_e = simd::from_bits<double>((bu >> 52) | UD(0x4330000000000000ull)) - VD(0x1p52);
+  VD delta(0.0), rp = r;
+  if constexpr (kCorr) {
+    // m = u * 2^(1013 - E), so e moves r by c * e * 2^(1013 - E).
+    const VD scale =
+        simd::from_bits<double>(UD(0x7F40000000000000ull) - (bu & UD(0x7FF0000000000000ull)));
+    delta = c * (e * scale);
+    rp = r + delta;
+  }
+  const VD r2 = rp * rp;
+  const UD cb = simd::as_bits(c);
+  if constexpr (L == Lv::kHA) {
+    VD th, tl;
+    load_pair(kLnHa, (cb >> 39) - UD(1032ull << 13), th, tl);
+    const VD p = simd::madd(simd::madd(VD(kP5[3]), rp, VD(kP5[2])), r2,
+                            simd::madd(VD(kP5[1]), rp, VD(kP5[0]))) *
+                 r2;
+    const VD a = simd::madd(big_e, VD(kLn2Hi), th);
+    const VD b = simd::madd(big_e, VD(kLn2Lo), tl);
+    return ha_sum<double>(a, kCorr ? b + delta : b, r, p);
+  } else {
+    const VD t = load_one(kLnLa, (cb >> 40) - UD(1032ull << 12));
+    // Re-centre: c above 1024/sqrt(2) means m below sqrt(2) * 2^-10.
+    const VD n = big_e - simd::select(c > VD(724.0), VD(1023.0), VD(1022.0));
+    VD p;
+    if constexpr (L == Lv::kLA) {
+      p = simd::madd(simd::madd(VD(kP5[3]), rp, VD(kP5[2])), r2,
+                     simd::madd(VD(kP5[1]), rp, VD(kP5[0]))) *
+          r2;
+    } else {
+      p = simd::madd(VD(kP5[1]), rp, VD(kP5[0])) * r2;
+    }
+    if constexpr (kCorr) p = p + delta;
+    return {simd::madd(n, VD(kLn2), t) + r, p};
+  }
+}
+
+// ---- single, variants 0 to 3 --------------------------------------------------------------------
+using IF = simd::ivec<float>;
+
+inline VF to_float(const IF& k) {
+#if TVX_VARIANT_ID == 3
+  return VF(_mm256_cvtepi32_ps(k));
+#else
+  return VF(_mm_cvtepi32_ps(k));
+#endif
+}
+
+// log1p(r) = r - r^2/2 + r^3 Q(r) on [-1/3, 1/3], Q minimax for relative error
+// (tools/fit_log_poly.py 7, 6 and 3). LA and EP take one degree more than their
+// error budgets suggest, because near x = 4/3 the sum k ln 2 + log1p(r) loses a bit to
+// cancellation.
+constexpr float kQHa[8] = {bf(0x3EAAAA83), bf(0xBE7FFF78), bf(0x3E4CE814), bf(0xBE2ACEE6),
+                           bf(0x3E0F6B8C), bf(0xBDF9889E), bf(0x3E0F335D), bf(0xBE0402C8)};
+constexpr float kQLa[7] = {bf(0x3EAAAA94), bf(0xBE80058E), bf(0x3E4CE190), bf(0xBE28AD37),
+                           bf(0x3E0FCB12), bf(0xBE1AD9E3), bf(0x3E0D84EE)};
+constexpr float kQEp[4] = {bf(0x3EAA2655), bf(0xBE7F1784), bf(0x3E67E782), bf(0xBE4274AF)};
+
+template <Lv L, bool kCorr>
+inline Parts<float> ln_core_f(const VF& u, const VF& e) {
+  const IF iu = simd::as_ints(u);
+  const IF k = (iu - IF(0x3F2AAAAB)) >> 23;  // m = u 2^-k lies in [2/3, 4/3)
+  const VF m = simd::from_bits<float>(iu - (k << 23));
+  const VF r = m - VF(1.0f);  // exact
+  const VF kf = to_float(k);
+  VF delta(0.0f), rp = r;
+  if constexpr (kCorr) {
+    delta = e * simd::from_bits<float>((IF(127) - k) << 23);
+    rp = r + delta;
+  }
+  const VF r2 = rp * rp;
+  static_assert(L != Lv::kHA, "single-precision HA runs ha_f");
+  VF q;
+  if constexpr (L == Lv::kLA) {
+    q = simd::horner(rp, kQLa);
+  } else {
+    q = simd::horner(rp, kQEp);
+  }
+  VF p = r2 * simd::madd(rp, q, VF(-0.5f));
+  if constexpr (kCorr) p = p + delta;
+  return {simd::madd(kf, VF(kLn2F), r), p};
+}
+
+// Single precision at HA: the reduction in single, the rest in double. Near x = 4/3 the sum
+// k ln 2 + log1p(r) cancels (and log10 falls into a lower binade), so rounding the polynomial in
+// single precision would cost more than the last bit.
+constexpr double kQHaD[8] = {kQHa[0], kQHa[1], kQHa[2], kQHa[3],
+                             kQHa[4], kQHa[5], kQHa[6], kQHa[7]};
+
+template <bool kLog10>
+inline VD ha_tail_d(const VD& r, const VD& k) {
+  const VD p = (r * r) * simd::madd(r, simd::horner(r, kQHaD), VD(-0.5));
+  const VD ln = simd::madd(k, VD(kLn2), r + p);
+  return kLog10 ? ln * VD(kLog10e) : ln;
+}
+
+// ln(u + e) (kCorr) or ln u, times log10(e) for Log10.
+template <bool kLog10, bool kCorr>
+inline VF ha_f(const VF& u, const VF& e) {
+  const IF iu = simd::as_ints(u);
+  const IF k = (iu - IF(0x3F2AAAAB)) >> 23;
+  VF r = simd::from_bits<float>(iu - (k << 23)) - VF(1.0f);
+  // Log1p: the rounding error e of u moves m by e 2^-k (exact), joined to r in double.
+  VF c(0.0f);
+  if constexpr (kCorr) c = e * simd::from_bits<float>((IF(127) - k) << 23);
+  const VF kf = to_float(k);
+#if TVX_VARIANT_ID == 3
+  auto lo = [](const VF& v) { return VD(_mm256_cvtps_pd(_mm256_castps256_ps128(v))); };
+  auto hi = [](const VF& v) { return VD(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))); };
+  const VD a = ha_tail_d<kLog10>(lo(r) + lo(c), lo(kf));
+  const VD b = ha_tail_d<kLog10>(hi(r) + hi(c), hi(kf));
+  return VF(_mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a)));
+#else
+  auto lo = [](const VF& v) { return VD(_mm_cvtps_pd(v)); };
+  auto hi = [](const VF& v) {
+    const __m128 x = v;
+    return VD(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
+  };
+  const VD a = ha_tail_d<kLog10>(lo(r) + lo(c), lo(kf));
+  const VD b = ha_tail_d<kLog10>(hi(r) + hi(c), hi(kf));
+  return VF(_mm_movelh_ps(_mm_cvtpd_ps(a), _mm_cvtpd_ps(b)));
+#endif
+}
+
+#else  // TVX_VARIANT_ID == 5
+// ---- variant 5, both types ----------------------------------------------------------------------
+namespace x5 = simd::avx512;
+
+// log1p(r) - r for |r| < 2^-5.9: double degree 9 (LA and HA) or 5 (EP), from r^2 up.
+constexpr double kPd9[8] = {bd(0xBFDFFFFFFFFFFFC6), bd(0x3FD5555555555466), bd(0xBFD00000000C05BD),
+                            bd(0x3FC9999999CC9F5C), bd(0xBFC55553FB28DB06), bd(0x3FC249229CEE81EF),
+                            bd(0xBFC007357E93AF62), bd(0x3FBC81CD309D7C70)};
+constexpr double kPd5[4] = {bd(0xBFDFFFFFCA9C9FAF), bd(0x3FD55554DE51032A), bd(0xBFD00355FDA0C953),
+                            bd(0x3FC9A19BA80F61AB)};
+// Single: the series to r^5 (HA), r^4 (LA), r^3 (EP).
+constexpr float kPf5[4] = {-0.5f, 1.0f / 3.0f, -0.25f, 0.2f};
+constexpr float kPf4[3] = {-0.5f, 1.0f / 3.0f, -0.25f};
+constexpr float kPf3[2] = {-0.5f, 1.0f / 3.0f};
+
+template <class T>
+struct RegTables;
+template <>
+struct RegTables<double> {
+  static constexpr const double* full = kLnReg;
+  static constexpr const double* hi = kLnRegHi;
+  static constexpr const double* lo = kLnRegLo;
+  static constexpr double ln2 = kLn2, ln2_hi = kLn2Hi, ln2_lo = kLn2Lo;
+  static constexpr std::uint64_t idx_shift = 48;
+};
+template <>
+struct RegTables<float> {
+  static constexpr const float* full = kLnRegF;
+  static constexpr const float* hi = kLnRegHiF;
+  static constexpr const float* lo = kLnRegLoF;
+  static constexpr float ln2 = kLn2F, ln2_hi = kLn2HiF, ln2_lo = kLn2LoF;
+  static constexpr std::uint32_t idx_shift = 19;
+};
+
+template <class T>
+inline vec<T> reg_lookup(const T* tab, const uvec<T>& idx) {
+  constexpr int kHalf = simd::lanes<T> < 16 ? 8 : 0;
+  const vec<T> lo = vec<T>::load_aligned(tab);
+  const vec<T> hi = kHalf != 0 ? vec<T>::load_aligned(tab + kHalf) : lo;
+  return x5::lookup16(lo, hi, idx);
+}
+
+template <class T, Lv L, bool kCorr>
+inline Parts<T> ln_core_v5(const vec<T>& u, const vec<T>& e) {
+  using V = vec<T>;
+  using R = RegTables<T>;
+  const V m = x5::getmant_1_2(u);
+  V big_e = x5::getexp(u);
+  const V c = x5::roundscale<0x58>(x5::rcp14(m));  // five fraction bits, c in [1/2, 1]
+  const V r = simd::fma(c, m, V(T(-1)));           // exact
+  V delta(T(0)), rp = r;
+  if constexpr (kCorr) {
+    delta = c * x5::scalef(e, V(T(0)) - big_e);
+    rp = r + delta;
+  }
+  const uvec<T> idx = simd::as_bits(c) >> R::idx_shift;
+  // Below 3/4 the table holds -ln(2c) and the exponent takes the extra ln 2.
+  big_e = big_e + simd::select(c < V(T(0.75)), V(T(1)), V(T(0)));
+  const V r2 = rp * rp;
+  V p;
+  if constexpr (sizeof(T) == 8) {
+    p = L == Lv::kEP ? simd::horner(rp, kPd5) : simd::horner(rp, kPd9);
+  } else if constexpr (L == Lv::kHA) {
+    p = simd::horner(rp, kPf5);
+  } else if constexpr (L == Lv::kLA) {
+    p = simd::horner(rp, kPf4);
+  } else {
+    p = simd::horner(rp, kPf3);
+  }
+  p = p * r2;
+  if constexpr (L == Lv::kHA) {
+    const V a = simd::fma(big_e, V(R::ln2_hi), reg_lookup(R::hi, idx));  // exact
+    const V b = simd::fma(big_e, V(R::ln2_lo), reg_lookup(R::lo, idx));
+    return ha_sum<T>(a, kCorr ? b + delta : b, r, p);
+  } else {
+    if constexpr (kCorr) p = p + delta;
+    return {simd::fma(big_e, V(R::ln2), reg_lookup(R::full, idx)) + r, p};
+  }
+}
+#endif
+
+// The core for a type and level on this variant.
+template <class T, Lv L, bool kCorr>
+inline Parts<T> core(const vec<T>& u, const vec<T>& e) {
+#if TVX_VARIANT_ID == 5
+  return ln_core_v5<T, L, kCorr>(u, e);
+#else
+  if constexpr (sizeof(T) == 8) {
+    return ln_core<L, kCorr>(u, e);
+  } else {
+    return ln_core_f<L, kCorr>(u, e);
+  }
+#endif
+}
+
+// (hi + lo) * log10(e): the leading product exact (split into halves, or fused), the rest added
+// below it.
+template <class T>
+inline vec<T> times_log10e(const Parts<T>& d) {
+  using V = vec<T>;
+  constexpr bool kD = sizeof(T) == 8;
+  const V full(kD ? T(kLog10e) : T(kLog10eF));
+  const V tail(kD ? T(kLog10eTail) : T(kLog10eTailF));
+  if constexpr (simd::kHasFma) {
+    const V ph = d.hi * full;
+    const V pl = simd::fms(d.hi, full, ph);
+    const V tail_full(kD ? T(0x1.95355baaafad3p-57) : T(-0x1.5b235ep-27));
+    return ph + (pl + simd::madd(d.hi, tail_full, d.lo * full));
+  } else {
+    const V head(kD ? T(kLog10eHead) : T(kLog10eHeadF));
+    using U = uvec<T>;
+    const U keep(kD ? U(0xFFFFFFFFF8000000ull) : U(0xFFFFF000u));
+    const V sh = simd::from_bits<T>(simd::as_bits(d.hi) & keep);
+    const V sl = d.hi - sh;
+    return sh * head + (sl * head + (d.hi * tail + d.lo * full));
+  }
+}
+
+// v, hidden from the optimiser (so that x * 1 is really computed).
+template <class T>
+inline vec<T> opaque(vec<T> v) {
+  auto reg = static_cast<typename vec<T>::register_type>(v);
+  asm("" : "+v"(reg));
+  return vec<T>(reg);
+}
+
+inline bool noerr(std::uint32_t mode) {
+  return (mode & KAZ_ERRMODE_MASK) == KAZ_ERRMODE_NOERR;
+}
+
+inline bool daz(std::uint32_t mode) {
+  return (mode & KAZ_FTZDAZ_MASK) == KAZ_FLUSH_DENORMALS_ON;
+}
+
+template <class E, Fn F, Lv L>
+struct LogKernel {
+  using T = E;
+  using V = vec<T>;
+  static constexpr std::uint32_t kAll = (1u << simd::lanes<T>)-1u;
+  static constexpr Env kEnv = Env::kMode;
+  static constexpr const char* kName = F == Fn::kLn      ? (sizeof(T) == 8 ? "vdLn" : "vsLn")
+                                       : F == Fn::kLog10 ? (sizeof(T) == 8 ? "vdLog10" : "vsLog10")
+                                                         : (sizeof(T) == 8 ? "vdLog1p" : "vsLog1p");
+
+  static int callout(T x, T* r) { return log_callout<F, T>(x, r); }
+
+  static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+    if constexpr (F == Fn::kLog1p) {
+      return log1p(x, bad, mode);
+    } else {
+      return log(x, bad, mode);
+    }
+  }
+
+  static V finish(const Parts<T>& d) {
+    if constexpr (F != Fn::kLog10) {
+      return d.hi + d.lo;
+    } else if constexpr (L == Lv::kEP) {
+      return (d.hi + d.lo) * V(sizeof(T) == 8 ? T(kLog10e) : T(kLog10eF));
+    } else {
+      return times_log10e<T>(d);
+    }
+  }
+
+  // Zero and negative lanes settled in line, for the error mode that never reports.
+  static V settle_noerr(const V& x, const V& at, const V& y, std::uint32_t& bad) {
+    const auto sing = x == at;
+    const auto dom = x < at;
+    bad &= ~(simd::bits<T>(sing) | simd::bits<T>(dom));
+    return simd::select(sing, V(-kInf<T>),
+                        simd::select(dom, V(std::numeric_limits<T>::quiet_NaN()), y));
+  }
+
+  static V log(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+#if TVX_VARIANT_ID == 5
+    // Denormals stay in the vector path unless they are to read as zero.
+    bad = daz(mode) ? x5::fpclass<0x7E, T>(x) : x5::fpclass<0x5E, T>(x);
+    const V xs = x5_blend(x, bad);
+#else
+    const auto ok =
+        (x >= V(std::numeric_limits<T>::min())) && (x <= V(std::numeric_limits<T>::max()));
+    bad = ~simd::bits<T>(ok) & kAll;
+    // Double lanes out of range are harmless in the bit arithmetic; single ones are replaced.
+    const V xs = sizeof(T) == 8 ? x : simd::select(ok, x, V(T(1)));
+#endif
+    V y;
+#if TVX_VARIANT_ID != 5
+    if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
+      y = ha_f<F == Fn::kLog10, false>(xs, V(T(0)));
+    } else {
+      y = finish(core<T, L, false>(xs, V(T(0))));
+    }
+#else
+    y = finish(core<T, L, false>(xs, V(T(0))));
+#endif
+    if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(0)), y, bad);
+    return y;
+  }
+
+  static V log1p(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+    constexpr T kNearM1 = sizeof(T) == 8 ? T(-0x1.fffffffffffffp-1) : T(-0x1.fffffep-1);
+    constexpr T kHuge = sizeof(T) == 8 ? T(bd(0x7F3FFFFFFFFFF000ull)) : T(bf(0x7E7FFFFFu));
+    constexpr T kTiny = sizeof(T) == 8 ? T(0x1p-57) : T(0x1p-30);
+    const V ax = simd::abs(x);
+    const auto ok = (x > V(kNearM1)) && (ax <= V(kHuge));
+    bad = ~simd::bits<T>(ok) & kAll;
+    const auto tiny = ax < V(kTiny);
+    // Out-of-range and tiny lanes compute on a harmless stand-in.
+    const V xs = simd::select(ok && !tiny, x, V(T(0.5)));
+    const V u = V(T(1)) + xs;
+    const V v = u - xs;
+    const V e = (V(T(1)) - v) + (xs - (u - v));
+    V y;
+#if TVX_VARIANT_ID != 5
+    if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
+      y = ha_f<false, true>(u, e);
+    } else {
+      y = finish(core<T, L, true>(u, e));
+    }
+#else
+    y = finish(core<T, L, true>(u, e));
+#endif
+    // log1p x = x below the tiny bound; the product reads a denormal as zero when asked to.
+    y = simd::select(tiny, x * opaque(V(T(1))), y);
+    if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(-1)), y, bad);
+    return y;
+  }
+
+#if TVX_VARIANT_ID == 5
+  static V x5_blend(const V& x, std::uint32_t bad) {
+    if constexpr (sizeof(T) == 8) {
+      return V(_mm512_mask_blend_pd(static_cast<__mmask8>(bad), x, _mm512_set1_pd(1.0)));
+    } else {
+      return V(_mm512_mask_blend_ps(static_cast<__mmask16>(bad), x, _mm512_set1_ps(1.0f)));
+    }
+  }
+#endif
+};
+
+}  // namespace
+}  // namespace tvx::TVX_VNS
+
+using namespace tvx::TVX_VNS;
+
+#define TVX_LOG_ENTRY(lname, t, T, F, L, lv)                          \
+  void TVX_ENTRY(kaz_##lname##_##t##_##lv)(int n, const T* a, T* r) { \
+    run_v_v<LogKernel<T, F, L>>(n, a, r);                             \
+  }
+#define TVX_LOG_LEVEL(L, lv)                         \
+  TVX_LOG_ENTRY(ln, d, double, Fn::kLn, L, lv)       \
+  TVX_LOG_ENTRY(ln, s, float, Fn::kLn, L, lv)        \
+  TVX_LOG_ENTRY(log10, d, double, Fn::kLog10, L, lv) \
+  TVX_LOG_ENTRY(log10, s, float, Fn::kLog10, L, lv)  \
+  TVX_LOG_ENTRY(log1p, d, double, Fn::kLog1p, L, lv) \
+  TVX_LOG_ENTRY(log1p, s, float, Fn::kLog1p, L, lv)
+
+// Cells: variants 0 and 1 run their HA kernel at every level; variant 2's HA cell is variant
+// 0's kernel, so variant 2 builds LA and EP only.
+extern "C" {
+#if TVX_VARIANT_ID != 2
+TVX_LOG_LEVEL(Lv::kHA, ha)
+#endif
+#if TVX_VARIANT_ID >= 2
+TVX_LOG_LEVEL(Lv::kLA, la)
+TVX_LOG_LEVEL(Lv::kEP, ep)
+#endif
+}
