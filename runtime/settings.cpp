@@ -133,9 +133,8 @@ int lookup_ranks_per_node() {
 
 std::atomic<int> g_ranks_cache{0};
 
-// ---- topology
-// ------------------------------------------------------------------------------------ Reads a
-// small sysfs file into buf; false when it cannot be read.
+// ---- topology -----------------------------------------------------------------------------------
+// Reads a small sysfs file into buf; false when it cannot be read.
 bool read_small_file(const char* path, char* buf, std::size_t size) {
   FILE* f = std::fopen(path, "r");
   if (f == nullptr) return false;
@@ -212,8 +211,7 @@ void read_topology() {
   g_topology = t;
 }
 
-// ---- the parser
-// -----------------------------------------------------------------------------------
+// ---- the parser ---------------------------------------------------------------------------------
 void parse_now() {
   char buf[kEnvBuffer];
   int len = read_env("TVX_NUM_THREADS", buf);
@@ -255,9 +253,8 @@ inline void ensure_parsed() {
   tvx_unlock(&g_parse_lock);
 }
 
-// ---- thread-local override
-// ------------------------------------------------------------------------- The slot is created on
-// first use under a lock and deleted at library stop.
+// ---- thread-local override ----------------------------------------------------------------------
+// The slot is created on first use under a lock and deleted at library stop.
 struct LocalSlot {
   pthread_key_t key;
   std::int32_t default_value;
@@ -444,7 +441,7 @@ void tvx_topology_set_for_testing(int logical, int cores, int numa) {
 }
 
 // ---- parallel helpers
-// -----------------------------------------------------------------------------
+// ----------------------------------------------------------------------------
 int tvx_parallel_team(int requested) {
   const int max = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
   return (requested >= 1 && requested <= max) ? requested : max;

@@ -4,4 +4,5 @@ target_sources(tvx_core PRIVATE
   runtime/memory.cpp
   runtime/verbose.cpp
   runtime/settings.cpp
+  runtime/omp_tsan.cpp
 )

@@ -215,8 +215,7 @@ void check_v_vv(const char* what, K kernel, int slot, const std::vector<T>& in, 
   }
 }
 
-// ---- scalar references
-// ----------------------------------------------------------------------------
+// ---- scalar references --------------------------------------------------------------------------
 template <class T>
 T keep_nan(T x, T r) {
   return std::isnan(x) ? x : r;
@@ -682,8 +681,7 @@ TEST_P(ArithEdges, LinearFracConstantDenominatorNeverReadsB) {
   }
 }
 
-// ---- floating-point environment
-// -------------------------------------------------------------------
+// ---- floating-point environment -----------------------------------------------------------------
 TEST_P(ArithEdges, CountZeroOrNegativeWritesNothing) {
   double a[2] = {1, 2}, r[2] = {7, 7};
   const unsigned csr = _mm_getcsr();

@@ -99,11 +99,12 @@ inline void threaded_call(K kernel, int n, float cost, std::int64_t spare, A... 
     if (p.length > 0) run_kernel(kernel, p.length, p.offset, args...);
     const int status = kazGetErrStatus();
     // One plain 32-bit store: the last worker to finish with a condition decides.
-    if (status != 0)
+    if (status != 0) {
       std::atomic_ref<std::int32_t>(shared_status).store(status, std::memory_order_relaxed);
+    }
   }
   kaz_set_element_base(nullptr);
-  kazSetErrStatus(shared_status);
+  kazSetErrStatus(std::atomic_ref<std::int32_t>(shared_status).load(std::memory_order_relaxed));
 }
 
 }  // namespace tvx::frame

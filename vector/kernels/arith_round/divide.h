@@ -20,8 +20,7 @@ inline int div_status(T a, T b) {
 // Environment of the division kernels: the SSE2 copies also pin the x87 unit.
 inline constexpr Env kDivEnv = kVariantId <= 1 ? Env::kModeStrictX87 : Env::kMode;
 
-// ---- true divides
-// ---------------------------------------------------------------------------------
+// ---- true divides -------------------------------------------------------------------------------
 template <class E>
 struct DivExact {
   using T = E;
@@ -54,9 +53,8 @@ struct InvExact {
   }
 };
 
-// ---- reciprocal forms
-// ------------------------------------------------------------------------------- How far a
-// reciprocal is refined.
+// ---- reciprocal forms ---------------------------------------------------------------------------
+// How far a reciprocal is refined.
 enum class Rcp {
   kNewton,       // one Newton step r + r*e
   kCubic,        // r + r*(e + e^2)
@@ -214,12 +212,11 @@ struct InvRcp {
   }
 };
 
-// ---- LinearFrac
-// ----------------------------------------------------------------------------------- y = (scalea*a
-// + shifta) / (scaleb*b + shiftb), each product and sum rounded on its own. The scalars are looked
-// at once: scaleb == 0 makes the denominator the constant shiftb, taken as one reciprocal c =
-// 1/shiftb (b is then never read, also when scalea is 0 too); scalea == 0 alone leaves the
-// numerator shifta. Nothing is reported, not even a zero denominator.
+// ---- LinearFrac ---------------------------------------------------------------------------------
+// y = (scalea*a + shifta) / (scaleb*b + shiftb), each product and sum rounded on its own. The
+// scalars are looked at once: scaleb == 0 makes the denominator the constant shiftb, taken as one
+// reciprocal c = 1/shiftb (b is then never read, also when scalea is 0 too); scalea == 0 alone
+// leaves the numerator shifta. Nothing is reported, not even a zero denominator.
 template <class T>
 struct LfracScalars {
   T sa, ha, sb, hb;

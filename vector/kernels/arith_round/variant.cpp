@@ -33,8 +33,7 @@ using namespace tvx::TVX_VNS::arith;
 #define TVX_LEVELS(M, fn, t, T, ...) M(fn, t, T, ha, __VA_ARGS__)
 #endif
 
-// ---- Add, Sub, Mul, Sqr, Abs
-// ----------------------------------------------------------------------
+// ---- Add, Sub, Mul, Sqr, Abs --------------------------------------------------------------------
 TVX_LEVELS(TVX_VV, add, d, double, Binary<double, Op::kAdd>)
 TVX_VV(add, s, float, ha, Binary<float, Op::kAdd>)
 TVX_VV(sub, d, double, ha, Binary<double, Op::kSub>)
@@ -46,8 +45,7 @@ TVX_V(sqr, s, float, ha, Sqr<float>)
 TVX_LEVELS(TVX_V, abs, d, double, Abs<double>)
 TVX_V(abs, s, float, ha, Abs<float>)
 
-// ---- rounding
-// ---------------------------------------------------------------------------------------
+// ---- rounding -----------------------------------------------------------------------------------
 TVX_V(floor, d, double, ha, Directed<double, Dir::kFloor>)
 TVX_V(floor, s, float, ha, Directed<float, Dir::kFloor>)
 TVX_LEVELS(TVX_V, ceil, d, double, Directed<double, Dir::kCeil>)
@@ -81,10 +79,9 @@ extern "C" void TVX_ENTRY(kaz_nearbyint_s_ha)(int n, const float* a, float* r) {
   nearby_int(n, a, r);
 }
 
-// ---- Div, Inv
-// --------------------------------------------------------------------------------------- Double: a
-// true divide on variants 0 to 2 (one kernel for every level), and on variant 3 for LA and HA; the
-// reciprocal forms on variant 3 (Div EP, Inv LA and EP) and on variant 5.
+// ---- Div, Inv -----------------------------------------------------------------------------------
+// Double: a true divide on variants 0 to 2 (one kernel for every level), and on variant 3 for LA
+// and HA; the reciprocal forms on variant 3 (Div EP, Inv LA and EP) and on variant 5.
 #if TVX_VARIANT_ID != 5
 TVX_VV(div, d, double, ha, DivExact<double>)
 TVX_V(inv, d, double, ha, InvExact<double>)
@@ -121,10 +118,9 @@ TVX_V(inv, s, float, la, InvRcp<float, Rcp::kNewton, false>)
 TVX_V(inv, s, float, ha, InvRcp<float, Rcp::kNewton, true>)
 #endif
 
-// ---- LinearFrac
-// ------------------------------------------------------------------------------------- The SSE2
-// kernel serves every variant in single and variant 5 in double; variants 2 and 3 have a double
-// kernel with the reciprocal form.
+// ---- LinearFrac ---------------------------------------------------------------------------------
+// The SSE2 kernel serves every variant in single and variant 5 in double; variants 2 and 3 have a
+// double kernel with the reciprocal form.
 #if TVX_VARIANT_ID <= 1
 extern "C" void TVX_ENTRY(kaz_linearfrac_d_ha)(int n, const double* a, const double* b, double sa,
                                                double ha, double sb, double hb, double* r) {

@@ -142,8 +142,7 @@ inline vec<T> select(const mask<T>& m, const vec<T>& a, const vec<T>& b) {
   return xsimd::select(m, a, b);
 }
 
-// ---- bit views
-// -------------------------------------------------------------------------------------
+// ---- bit views -------------------------------------------------------------------------------------
 template <class T>
 inline uvec<T> as_bits(const vec<T>& v) {
   return xsimd::bitwise_cast<uvec<T>>(v);
@@ -157,9 +156,8 @@ inline vec<T> from_bits(const I& v) {
   return xsimd::bitwise_cast<vec<T>>(v);
 }
 
-// ---- arithmetic
-// --------------------------------------------------------------------------------------- a * b + c
-// rounded once. Only variants 3 and 5 have it; other variants must not call it.
+// ---- arithmetic ---------------------------------------------------------------------------------------
+// a * b + c rounded once. Only variants 3 and 5 have it; other variants must not call it.
 template <class T>
 inline vec<T> fma(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
   static_assert(kHasFma || sizeof(T) == 0, "no fused multiply-add on this variant");
@@ -235,10 +233,9 @@ inline vec<T> clear_sign(const vec<T>& v) {
   return v & from_bits<T>(uvec<T>(static_cast<U>(~U(0) >> 1)));
 }
 
-// ---- rounding instruction (variants 2, 3, 5)
-// ----------------------------------------------------- Imm as the round instructions take it: 0
-// nearest even, 1 down, 2 up, 3 toward zero, +4 the current mode instead, +8 no inexact flag. On
-// variant 5 this is vrndscale with scale 0.
+// ---- rounding instruction (variants 2, 3, 5) ----------------------------------------------------
+// Imm as the round instructions take it: 0 nearest even, 1 down, 2 up, 3 toward zero, +4 the
+// current mode instead, +8 no inexact flag. On variant 5 this is vrndscale with scale 0.
 template <int Imm, class T>
 inline vec<T> round(const vec<T>& v) {
   static_assert(kHasRound || sizeof(T) == 0, "no rounding instruction on this variant");
@@ -266,10 +263,9 @@ inline vec<T> round(const vec<T>& v) {
 #endif
 }
 
-// ---- reciprocal approximations
-// ------------------------------------------------------------------- Hardware reciprocal estimate:
-// relative error below 1.5 * 2^-12 (rcpps, single only, variants 0 to 3) or below 2^-14 (vrcp14,
-// both types, variant 5). Raises no flag for any input.
+// ---- reciprocal approximations ------------------------------------------------------------------
+// Hardware reciprocal estimate: relative error below 1.5 * 2^-12 (rcpps, single only, variants 0 to
+// 3) or below 2^-14 (vrcp14, both types, variant 5). Raises no flag for any input.
 template <class T>
 inline vec<T> rcp_estimate(const vec<T>& v) {
 #if TVX_VARIANT_ID == 5
