@@ -440,8 +440,7 @@ void tvx_topology_set_for_testing(int logical, int cores, int numa) {
   g_topology = t;
 }
 
-// ---- parallel helpers
-// ----------------------------------------------------------------------------
+// ---- parallel helpers ---------------------------------------------------------------------------
 int tvx_parallel_team(int requested) {
   const int max = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
   return (requested >= 1 && requested <= max) ? requested : max;

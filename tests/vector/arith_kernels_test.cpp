@@ -377,6 +377,36 @@ TEST_F(ArithExact, LinearFracBothTypes) {
   lfrac_exact<float>(ROW(linearfrac, s), {});
 }
 
+// Outputs of 4 MiB and more are written with streaming stores after a run that aligns them; the
+// bits must be those of the ordinary path, whatever the distance to the next aligned address, in
+// place, and with a condition inside the streamed part.
+TEST_F(ArithExact, LongVectorsStreamTheSameBits) {
+  constexpr int kN = (4 << 20) / 8 + 37;
+  std::vector<double> a(kN + 1), b(kN + 1), r(kN + 2);
+  for (int i = 0; i <= kN; ++i) {
+    a[i] = 0.37 * i - 1000.25;
+    b[i] = 1.0 + (i % 17);
+  }
+  b[kN / 2] = 0.0;  // a singularity in the streamed part
+  for (int v : {0, 1, 2, 3, 5}) {
+    const int s = tvx::test::slot(v, 2);
+    if (kRcpDivD.count(s)) continue;
+    kazClearErrStatus();
+    ROW(div, d).kernels[s](kN, a.data() + 1, b.data() + 1, r.data() + 1);
+    EXPECT_EQ(kazGetErrStatus(), KAZ_STATUS_SING);
+    for (int i = 0; i < kN; ++i)
+      ASSERT_TRUE(same_bits(r[i + 1], a[i + 1] / b[i + 1])) << "Div v" << v << " i " << i;
+    ROW(floor, d).kernels[s](kN, a.data(), r.data() + 1);
+    for (int i = 0; i < kN; ++i)
+      ASSERT_TRUE(same_bits(r[i + 1], std::floor(a[i]))) << "Floor v" << v << " i " << i;
+    // Another distance to the next aligned address, and in place.
+    std::vector<double> p(a.begin(), a.end());
+    ROW(add, d).kernels[s](kN - 2, p.data() + 2, b.data() + 2, p.data() + 2);
+    for (int i = 2; i < kN; ++i)
+      ASSERT_TRUE(same_bits(p[i], a[i] + b[i])) << "Add v" << v << " i " << i;
+  }
+}
+
 // ---- reciprocal cells: accuracy ----------------------------------------------------------------
 // Distance in representable numbers from the correctly rounded quotient.
 template <class T>

@@ -12,6 +12,7 @@ struct Binary {
   using T = E;
   static constexpr Env kEnv = Env::kMode;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = kOp == Op::kAdd   ? pick<T>("vdAdd", "vsAdd")
                                        : kOp == Op::kSub ? pick<T>("vdSub", "vsSub")
                                                          : pick<T>("vdMul", "vsMul");
@@ -31,6 +32,7 @@ struct Sqr {
   using T = E;
   static constexpr Env kEnv = Env::kMode;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = pick<T>("vdSqr", "vsSqr");
   static vec<T> vector(const vec<T>& a, std::uint32_t&, std::uint32_t) { return a * a; }
   static int callout(T a, T* r) {
@@ -46,6 +48,7 @@ struct Abs {
   using T = E;
   static constexpr Env kEnv = kVariantId <= 1 ? Env::kBitsOnly : Env::kMode;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = pick<T>("vdAbs", "vsAbs");
   static vec<T> vector(const vec<T>& a, std::uint32_t&, std::uint32_t) {
     return simd::clear_sign(a);

@@ -26,6 +26,7 @@ struct DivExact {
   using T = E;
   static constexpr Env kEnv = kDivEnv;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = pick<T>("vdDiv", "vsDiv");
   static vec<T> vector(const vec<T>& a, const vec<T>& b, std::uint32_t& bad, std::uint32_t) {
     bad = simd::bits((b == vec<T>(0)) & (simd::clear_sign(a) <= vec<T>(Lim<T>::kMax)));
@@ -42,6 +43,7 @@ struct InvExact {
   using T = E;
   static constexpr Env kEnv = kDivEnv;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = pick<T>("vdInv", "vsInv");
   static vec<T> vector(const vec<T>& b, std::uint32_t& bad, std::uint32_t) {
     bad = simd::bits(b == vec<T>(0));

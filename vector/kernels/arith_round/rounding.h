@@ -75,6 +75,7 @@ struct Directed {
   using T = E;
   static constexpr Env kEnv = simd::kHasRound ? Env::kMode : Env::kBitsOnly;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = D == Dir::kFloor  ? pick<T>("vdFloor", "vsFloor")
                                        : D == Dir::kCeil ? pick<T>("vdCeil", "vsCeil")
                                                          : pick<T>("vdTrunc", "vsTrunc");
@@ -94,6 +95,7 @@ struct RintK {
   using T = E;
   static constexpr Env kEnv = simd::kHasRound ? Env::kMode : Env::kBitsOnly;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName =
       kNearby ? pick<T>("vdNearbyInt", "vsNearbyInt") : pick<T>("vdRint", "vsRint");
   static vec<T> vector(const vec<T>& x, std::uint32_t&, std::uint32_t) {
@@ -124,6 +126,7 @@ struct RoundK {
   using T = E;
   static constexpr Env kEnv = Env::kMode;
   static constexpr int kUnroll = kBlockRegs;
+  static constexpr bool kStream = true;
   static constexpr const char* kName = pick<T>("vdRound", "vsRound");
   static vec<T> vector(const vec<T>& x, std::uint32_t&, std::uint32_t) {
     const vec<T> t = simd::clear_sign(x);

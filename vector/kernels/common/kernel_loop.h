@@ -111,6 +111,40 @@ constexpr int unroll_of() {
   }
 }
 
+// Kernels that only stream memory (K::kStream true) write long vectors with non-temporal stores:
+// from this many bytes of output on, the result would not stay in the caches anyway, and the
+// stores then skip reading each destination line first. Results are the same either way.
+inline constexpr long kStreamBytes = 4l << 20;
+
+template <class K>
+constexpr bool stream_of() {
+  if constexpr (requires { K::kStream; }) {
+    return K::kStream;
+  } else {
+    return false;
+  }
+}
+
+// Elements to run ahead of the main loop so that r + i is aligned to a register, or -1 when r is
+// not even aligned to its element.
+template <class T>
+inline int peel_to_align(const T* r) {
+  constexpr std::uintptr_t kBytes = sizeof(simd::vec<T>);
+  const std::uintptr_t mis = reinterpret_cast<std::uintptr_t>(r) % kBytes;
+  if (mis % sizeof(T) != 0) return -1;
+  return mis == 0 ? 0 : static_cast<int>((kBytes - mis) / sizeof(T));
+}
+
+// Stores a whole register: streaming (to an aligned address) or plain.
+template <bool kNt, class T>
+inline void put(T* p, const simd::vec<T>& v) {
+  if constexpr (kNt) {
+    simd::stream(p, v);
+  } else {
+    simd::storeu(p, v);
+  }
+}
+
 // Every driver below takes, after the arrays, an optional pack of context values `ctx...`
 // (the scalar of the vector-and-scalar class, the prepared scalars of LinearFrac) that reach
 // K::vector and K::callout unchanged, between the element arguments and the outputs.
@@ -164,40 +198,55 @@ inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count
   settle_v_v<K>(a, r, i, count, x, y, bad, ctx...);
 }
 
+template <class K, bool kNt, class... C>
+inline int unrolled_v_v(int n, int i, const typename K::T* a, typename K::T* r, std::uint32_t mode,
+                        const C&... ctx) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  constexpr int U = unroll_of<K>();
+  for (; i + U * L <= n; i += U * L) {
+    V x[U], y[U];
+    std::uint32_t bad[U];
+    std::uint32_t any = 0;
+    for (int u = 0; u < U; ++u) x[u] = simd::loadu(a + i + u * L);
+    for (int u = 0; u < U; ++u) {
+      bad[u] = 0;
+      y[u] = K::vector(x[u], ctx..., bad[u], mode);
+      any |= bad[u];
+    }
+    if (any == 0) {
+      for (int u = 0; u < U; ++u) put<kNt>(r + i + u * L, y[u]);
+      continue;
+    }
+    for (int u = 0; u < U; ++u) {
+      if (bad[u] != 0) {
+        settle_v_v<K>(a, r, i + u * L, L, x[u], y[u], bad[u], ctx...);
+      } else {
+        put<kNt>(r + i + u * L, y[u]);
+      }
+    }
+  }
+  return i;
+}
+
 template <class K, class... C>
 inline void run_v_v(int n, const typename K::T* a, typename K::T* r, const C&... ctx) {
   if (n <= 0) return;
   FpGuard env(K::kEnv);
   const std::uint32_t mode = env.mode();
   using T = typename K::T;
-  using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
-  constexpr int U = unroll_of<K>();
   int i = 0;
-  if constexpr (U > 1) {
-    for (; i + U * L <= n; i += U * L) {
-      V x[U], y[U];
-      std::uint32_t bad[U];
-      std::uint32_t any = 0;
-      for (int u = 0; u < U; ++u) x[u] = simd::loadu(a + i + u * L);
-      for (int u = 0; u < U; ++u) {
-        bad[u] = 0;
-        y[u] = K::vector(x[u], ctx..., bad[u], mode);
-        any |= bad[u];
-      }
-      if (any == 0) {
-        for (int u = 0; u < U; ++u) simd::storeu(r + i + u * L, y[u]);
-        continue;
-      }
-      for (int u = 0; u < U; ++u) {
-        if (bad[u] == 0) {
-          simd::storeu(r + i + u * L, y[u]);
-        } else {
-          settle_v_v<K>(a, r, i + u * L, L, x[u], y[u], bad[u], ctx...);
-        }
-      }
+  if constexpr (stream_of<K>()) {
+    const int peel = peel_to_align(r);
+    if (static_cast<long>(n) * static_cast<long>(sizeof(T)) >= kStreamBytes && peel >= 0) {
+      if (peel > 0) block_v_v<K>(a, r, 0, peel, mode, ctx...);
+      i = unrolled_v_v<K, true>(n, peel, a, r, mode, ctx...);
+      simd::stream_fence();
     }
   }
+  i = unrolled_v_v<K, false>(n, i, a, r, mode, ctx...);
   for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode, ctx...);
   if (i < n) block_v_v<K>(a, r, i, n - i, mode, ctx...);
 }
@@ -259,6 +308,41 @@ inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename 
   settle_vv_v<K>(a, b, r, i, count, x, z, y, bad, ctx...);
 }
 
+template <class K, bool kNt, class... C>
+inline int unrolled_vv_v(int n, int i, const typename K::T* a, const typename K::T* b,
+                         typename K::T* r, std::uint32_t mode, const C&... ctx) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  constexpr int U = unroll_of<K>();
+  for (; i + U * L <= n; i += U * L) {
+    V x[U], z[U], y[U];
+    std::uint32_t bad[U];
+    std::uint32_t any = 0;
+    for (int u = 0; u < U; ++u) {
+      x[u] = simd::loadu(a + i + u * L);
+      z[u] = simd::loadu(b + i + u * L);
+    }
+    for (int u = 0; u < U; ++u) {
+      bad[u] = 0;
+      y[u] = K::vector(x[u], z[u], ctx..., bad[u], mode);
+      any |= bad[u];
+    }
+    if (any == 0) {
+      for (int u = 0; u < U; ++u) put<kNt>(r + i + u * L, y[u]);
+      continue;
+    }
+    for (int u = 0; u < U; ++u) {
+      if (bad[u] != 0) {
+        settle_vv_v<K>(a, b, r, i + u * L, L, x[u], z[u], y[u], bad[u], ctx...);
+      } else {
+        put<kNt>(r + i + u * L, y[u]);
+      }
+    }
+  }
+  return i;
+}
+
 template <class K, class... C>
 inline void run_vv_v(int n, const typename K::T* a, const typename K::T* b, typename K::T* r,
                      const C&... ctx) {
@@ -266,37 +350,17 @@ inline void run_vv_v(int n, const typename K::T* a, const typename K::T* b, type
   FpGuard env(K::kEnv);
   const std::uint32_t mode = env.mode();
   using T = typename K::T;
-  using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
-  constexpr int U = unroll_of<K>();
   int i = 0;
-  if constexpr (U > 1) {
-    for (; i + U * L <= n; i += U * L) {
-      V x[U], z[U], y[U];
-      std::uint32_t bad[U];
-      std::uint32_t any = 0;
-      for (int u = 0; u < U; ++u) {
-        x[u] = simd::loadu(a + i + u * L);
-        z[u] = simd::loadu(b + i + u * L);
-      }
-      for (int u = 0; u < U; ++u) {
-        bad[u] = 0;
-        y[u] = K::vector(x[u], z[u], ctx..., bad[u], mode);
-        any |= bad[u];
-      }
-      if (any == 0) {
-        for (int u = 0; u < U; ++u) simd::storeu(r + i + u * L, y[u]);
-        continue;
-      }
-      for (int u = 0; u < U; ++u) {
-        if (bad[u] == 0) {
-          simd::storeu(r + i + u * L, y[u]);
-        } else {
-          settle_vv_v<K>(a, b, r, i + u * L, L, x[u], z[u], y[u], bad[u], ctx...);
-        }
-      }
+  if constexpr (stream_of<K>()) {
+    const int peel = peel_to_align(r);
+    if (static_cast<long>(n) * static_cast<long>(sizeof(T)) >= kStreamBytes && peel >= 0) {
+      if (peel > 0) block_vv_v<K>(a, b, r, 0, peel, mode, ctx...);
+      i = unrolled_vv_v<K, true>(n, peel, a, b, r, mode, ctx...);
+      simd::stream_fence();
     }
   }
+  i = unrolled_vv_v<K, false>(n, i, a, b, r, mode, ctx...);
   for (; i + L <= n; i += L) block_vv_v<K>(a, b, r, i, L, mode, ctx...);
   if (i < n) block_vv_v<K>(a, b, r, i, n - i, mode, ctx...);
 }

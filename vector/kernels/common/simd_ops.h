@@ -112,6 +112,32 @@ inline void store_partial(T* p, const vec<T>& v, int count) {
 #endif
 }
 
+// Non-temporal store of a whole register to p, aligned to the register's size: the line goes to
+// memory without being read first. Callers end a run of them with stream_fence().
+template <class T>
+inline void stream(T* p, const vec<T>& v) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    _mm512_stream_pd(p, v);
+  } else {
+    _mm512_stream_ps(p, v);
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    _mm256_stream_pd(p, v);
+  } else {
+    _mm256_stream_ps(p, v);
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    _mm_stream_pd(p, v);
+  } else {
+    _mm_stream_ps(p, v);
+  }
+#endif
+}
+inline void stream_fence() { _mm_sfence(); }
+
 // ---- bit masks of comparisons -------------------------------------------------------------------
 // Bit j set when lane j of m is true.
 template <class T>
