@@ -163,7 +163,7 @@ inline void settle_v_v(const typename K::T* a, typename K::T* r, int i, int coun
   x.store_aligned(arg);
   y.store_aligned(res);
   for (std::uint32_t b = bad; b != 0; b &= b - 1) {
-    const int j = __builtin_ctz(b);
+    const int j = simd::lowest_lane(b);
     T out;
     const int st = K::callout(arg[j], ctx..., &out);
     if (st == 0) {
@@ -272,7 +272,7 @@ inline void settle_vv_v(const typename K::T* a, const typename K::T* b, typename
   z.store_aligned(arg2);
   y.store_aligned(res);
   for (std::uint32_t m = bad; m != 0; m &= m - 1) {
-    const int j = __builtin_ctz(m);
+    const int j = simd::lowest_lane(m);
     T out;
     const int st = K::callout(arg1[j], arg2[j], ctx..., &out);
     if (st == 0) {
@@ -394,7 +394,7 @@ inline void block_v_vv(const typename K::T* a, typename K::T* r1, typename K::T*
   y1.store_aligned(res1);
   y2.store_aligned(res2);
   for (std::uint32_t m = bad; m != 0; m &= m - 1) {
-    const int j = __builtin_ctz(m);
+    const int j = simd::lowest_lane(m);
     T o1, o2;
     const int st = K::callout(arg[j], ctx..., &o1, &o2);
     if (st == 0) {

@@ -163,6 +163,19 @@ inline std::uint32_t bits(const mask<T>& m) {
 #endif
 }
 
+// Number of the lowest set bit of a non-zero mask. __builtin_ctz becomes tzcnt, a BMI
+// instruction (harmless as rep bsf on older processors, but outside the variant's set), so the
+// variants below AVX2 use bsf itself.
+inline int lowest_lane(std::uint32_t m) {
+#if TVX_VARIANT_ID >= 3
+  return __builtin_ctz(m);
+#else
+  std::uint32_t j;
+  asm("bsf %1, %0" : "=r"(j) : "rm"(m) : "cc");
+  return static_cast<int>(j);
+#endif
+}
+
 template <class T>
 inline vec<T> select(const mask<T>& m, const vec<T>& a, const vec<T>& b) {
   return xsimd::select(m, a, b);
