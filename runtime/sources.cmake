@@ -5,6 +5,7 @@ target_sources(tvx_core PRIVATE
   runtime/memory.cpp
   runtime/verbose.cpp
   runtime/settings.cpp
+  runtime/omp_tsan.cpp
 )
 
 # The home vendors reach detection as one string of concatenated twelve-byte CPUID vendor names.

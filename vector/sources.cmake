@@ -2,6 +2,7 @@ target_sources(tvx_core PRIVATE
   vector/frame/mode_status.cpp
   vector/frame/rows.cpp
   vector/frame/exports.cpp
+  vector/frame/threader.cpp
 )
 
 # Kernel families compiled once per instruction-set variant.

@@ -31,20 +31,38 @@
 
 // Cell patterns.
 // One kernel per variant shared by all three accuracies (functions without levels).
-#define TVX_CELLS_ONE(tag)                                                                   \
+#define TVX_CELLS_ONE(tag)                                                                  \
   (tag##_sse2, tag##_sse2b, tag##_sse42, tag##_avx2, tag##_avx512, tag##_sse2, tag##_sse2b, \
    tag##_sse42, tag##_avx2, tag##_avx512, tag##_sse2, tag##_sse2b, tag##_sse42, tag##_avx2, \
    tag##_avx512)
 // Three levels on variants 2, 3, 5; variants 0 and 1 run their HA kernel at every level.
-#define TVX_CELLS_LEVELS                                                                     \
-  (ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2,   \
+#define TVX_CELLS_LEVELS                                                                  \
+  (ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2, \
    ha_avx512, ha_sse2, ha_sse2b, ep_sse42, ep_avx2, ep_avx512)
 // As TVX_CELLS_LEVELS, but variant 2's HA row reuses the variant 0 kernel.
-#define TVX_CELLS_LEVELS_V2HA0                                                               \
-  (ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse2, ha_avx2,    \
+#define TVX_CELLS_LEVELS_V2HA0                                                           \
+  (ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse2, ha_avx2, \
    ha_avx512, ha_sse2, ha_sse2b, ep_sse42, ep_avx2, ep_avx512)
+// One kernel per variant for all three accuracies, named cell by cell (a variant may run
+// another variant's kernel, e.g. LinearFrac on variant 5 runs the SSE2 one).
+#define TVX_CELLS_V(c0, c1, c2, c3, c5) (c0, c1, c2, c3, c5, c0, c1, c2, c3, c5, c0, c1, c2, c3, c5)
+// Double Div: a true divide on variants 0 to 2 and on variant 3 for LA and HA; reciprocal forms
+// on variant 3 for EP and on variant 5 for every level.
+#define TVX_CELLS_DIV_D                                                                   \
+  (ha_sse2, ha_sse2b, ha_sse42, ha_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2, \
+   ha_avx512, ha_sse2, ha_sse2b, ha_sse42, ep_avx2, ep_avx512)
+// Double Inv: as Div, but variant 3 has reciprocal forms for LA and EP.
+#define TVX_CELLS_INV_D                                                                   \
+  (ha_sse2, ha_sse2b, ha_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2, \
+   ha_avx512, ha_sse2, ha_sse2b, ha_sse42, ep_avx2, ep_avx512)
+// Single Div and Inv: the estimate form for LA and EP on variants 2 and 3 (one kernel), variant
+// 2's HA runs variant 0's divide; variant 5 has its own LA (also EP) and HA kernels.
+#define TVX_CELLS_DIV_S                                                                  \
+  (ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse2, ha_avx2, \
+   ha_avx512, ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512)
 // Same weights at every accuracy: the five weights of variants 0, 1, 2, 3, 5.
-#define TVX_COSTS_ONE(c0, c1, c2, c3, c5) (c0, c1, c2, c3, c5, c0, c1, c2, c3, c5, c0, c1, c2, c3, c5)
+#define TVX_COSTS_ONE(c0, c1, c2, c3, c5) \
+  (c0, c1, c2, c3, c5, c0, c1, c2, c3, c5, c0, c1, c2, c3, c5)
 
 // Kernel declarations by class, for extern "C" declarations of the cells' symbols.
 #define TVX_VS_s float
@@ -55,7 +73,7 @@
 #define TVX_KDECL_vv_v(t, sym) void sym(int, const TVX_T_##t*, const TVX_T_##t*, TVX_T_##t*)
 #define TVX_KDECL_v_vv(t, sym) void sym(int, const TVX_T_##t*, TVX_T_##t*, TVX_T_##t*)
 #define TVX_KDECL_vs_v(t, sym) void sym(int, const TVX_T_##t*, TVX_VS_##t, TVX_T_##t*)
-#define TVX_KDECL_lfrac(t, sym)                                                              \
+#define TVX_KDECL_lfrac(t, sym)                                                                 \
   void sym(int, const TVX_T_##t*, const TVX_T_##t*, TVX_T_##t, TVX_T_##t, TVX_T_##t, TVX_T_##t, \
            TVX_T_##t*)
 #define TVX_KDECL_c_r(t, sym) void sym(int, const TVX_T_##t*, TVX_R_##t*)

@@ -9,7 +9,9 @@
 //   static vec<T> vector(args..., std::uint32_t& bad, std::uint32_t mode);
 //       computes a whole register; sets bit j of `bad` for a lane that needs the callout
 //   static int callout(args..., T* result);     // one element exactly, returns a status 0..4
-// and is run by the driver of its arity class: run_v_v<K>(n, a, r), run_vv_v<K>(n, a, b, r), ...
+// and is run by the driver of its arity class: run_v_v<K>(n, a, r), run_vv_v<K>(n, a, b, r),
+// run_v_vv<K>(n, a, r1, r2), run_vs_v<K>(n, a, s, r). A kernel may also name
+//   static constexpr int kUnroll;               // registers per block of the main loop
 #pragma once
 
 #include <immintrin.h>
@@ -98,33 +100,72 @@ inline void report(int st, int i, const float* a1, const float* a2, float* r1, f
   kaz_report_s(st, i, a1, a2, r1, r2, name);
 }
 
-// ---- one in, one out ----------------------------------------------------------------------------
+// Registers per block of the main loop: K::kUnroll when the kernel names one, else 1. The
+// registers of a block are computed together and cost one bit-mask test when no lane is bad.
 template <class K>
-inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count,
-                      std::uint32_t mode) {
-  using T = typename K::T;
-  using V = simd::vec<T>;
-  constexpr int L = simd::lanes<T>;
-  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
-  std::uint32_t bad = 0;
-  V y = K::vector(x, bad, mode);
-  if (count < L) bad &= (1u << count) - 1u;
-  if (bad == 0) {
-    if (count == L) {
-      simd::storeu(r + i, y);
-    } else {
-      simd::store_partial(r + i, y, count);
-    }
-    return;
+constexpr int unroll_of() {
+  if constexpr (requires { K::kUnroll; }) {
+    return K::kUnroll;
+  } else {
+    return 1;
   }
+}
+
+// Kernels that only stream memory (K::kStream true) write long vectors with non-temporal stores:
+// from this many bytes of output on, the result would not stay in the caches anyway, and the
+// stores then skip reading each destination line first. Results are the same either way.
+inline constexpr long kStreamBytes = 4l << 20;
+
+template <class K>
+constexpr bool stream_of() {
+  if constexpr (requires { K::kStream; }) {
+    return K::kStream;
+  } else {
+    return false;
+  }
+}
+
+// Elements to run ahead of the main loop so that r + i is aligned to a register, or -1 when r is
+// not even aligned to its element.
+template <class T>
+inline int peel_to_align(const T* r) {
+  constexpr std::uintptr_t kBytes = sizeof(simd::vec<T>);
+  const std::uintptr_t mis = reinterpret_cast<std::uintptr_t>(r) % kBytes;
+  if (mis % sizeof(T) != 0) return -1;
+  return mis == 0 ? 0 : static_cast<int>((kBytes - mis) / sizeof(T));
+}
+
+// Stores a whole register: streaming (to an aligned address) or plain.
+template <bool kNt, class T>
+inline void put(T* p, const simd::vec<T>& v) {
+  if constexpr (kNt) {
+    simd::stream(p, v);
+  } else {
+    simd::storeu(p, v);
+  }
+}
+
+// Every driver below takes, after the arrays, an optional pack of context values `ctx...`
+// (the scalar of the vector-and-scalar class, the prepared scalars of LinearFrac) that reach
+// K::vector and K::callout unchanged, between the element arguments and the outputs.
+
+// ---- one in, one out ----------------------------------------------------------------------------
+// Results of one register whose mask has bad lanes: callouts in ascending lane order, one report
+// per non-zero status, then the register written out (count lanes).
+template <class K, class... C>
+inline void settle_v_v(const typename K::T* a, typename K::T* r, int i, int count,
+                       const simd::vec<typename K::T>& x, const simd::vec<typename K::T>& y,
+                       std::uint32_t bad, const C&... ctx) {
+  using T = typename K::T;
+  constexpr int L = simd::lanes<T>;
   alignas(64) T arg[L];
   alignas(64) T res[L];
   x.store_aligned(arg);
   y.store_aligned(res);
   for (std::uint32_t b = bad; b != 0; b &= b - 1) {
-    const int j = __builtin_ctz(b);
+    const int j = simd::lowest_lane(b);
     T out;
-    const int st = K::callout(arg[j], &out);
+    const int st = K::callout(arg[j], ctx..., &out);
     if (st == 0) {
       res[j] = out;
     } else {
@@ -136,28 +177,15 @@ inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count
   for (int j = 0; j < count; ++j) r[i + j] = res[j];
 }
 
-template <class K>
-inline void run_v_v(int n, const typename K::T* a, typename K::T* r) {
-  if (n <= 0) return;
-  FpGuard env(K::kEnv);
-  const std::uint32_t mode = env.mode();
-  constexpr int L = simd::lanes<typename K::T>;
-  int i = 0;
-  for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode);
-  if (i < n) block_v_v<K>(a, r, i, n - i, mode);
-}
-
-// ---- two in, one out ----------------------------------------------------------------------------
-template <class K>
-inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename K::T* r, int i,
-                       int count, std::uint32_t mode) {
+template <class K, class... C>
+inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count,
+                      std::uint32_t mode, const C&... ctx) {
   using T = typename K::T;
   using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
   const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
-  const V z = count == L ? simd::loadu(b + i) : simd::load_partial(b + i, count, kFiller<T>);
   std::uint32_t bad = 0;
-  V y = K::vector(x, z, bad, mode);
+  V y = K::vector(x, ctx..., bad, mode);
   if (count < L) bad &= (1u << count) - 1u;
   if (bad == 0) {
     if (count == L) {
@@ -167,6 +195,76 @@ inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename 
     }
     return;
   }
+  settle_v_v<K>(a, r, i, count, x, y, bad, ctx...);
+}
+
+template <class K, bool kNt, class... C>
+inline int unrolled_v_v(int n, int i, const typename K::T* a, typename K::T* r, std::uint32_t mode,
+                        const C&... ctx) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  constexpr int U = unroll_of<K>();
+  for (; i + U * L <= n; i += U * L) {
+    V x[U], y[U];
+    std::uint32_t bad[U];
+    std::uint32_t any = 0;
+    for (int u = 0; u < U; ++u) x[u] = simd::loadu(a + i + u * L);
+    for (int u = 0; u < U; ++u) {
+      bad[u] = 0;
+      y[u] = K::vector(x[u], ctx..., bad[u], mode);
+      any |= bad[u];
+    }
+    if (any == 0) {
+      for (int u = 0; u < U; ++u) put<kNt>(r + i + u * L, y[u]);
+      continue;
+    }
+    for (int u = 0; u < U; ++u) {
+      if (bad[u] != 0) {
+        settle_v_v<K>(a, r, i + u * L, L, x[u], y[u], bad[u], ctx...);
+      } else {
+        put<kNt>(r + i + u * L, y[u]);
+      }
+    }
+  }
+  return i;
+}
+
+template <class K, class... C>
+inline void run_v_v(int n, const typename K::T* a, typename K::T* r, const C&... ctx) {
+  if (n <= 0) return;
+  FpGuard env(K::kEnv);
+  const std::uint32_t mode = env.mode();
+  using T = typename K::T;
+  constexpr int L = simd::lanes<T>;
+  int i = 0;
+  if constexpr (stream_of<K>()) {
+    const int peel = peel_to_align(r);
+    if (static_cast<long>(n) * static_cast<long>(sizeof(T)) >= kStreamBytes && peel >= 0) {
+      if (peel > 0) block_v_v<K>(a, r, 0, peel, mode, ctx...);
+      i = unrolled_v_v<K, true>(n, peel, a, r, mode, ctx...);
+      simd::stream_fence();
+    }
+  }
+  i = unrolled_v_v<K, false>(n, i, a, r, mode, ctx...);
+  for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode, ctx...);
+  if (i < n) block_v_v<K>(a, r, i, n - i, mode, ctx...);
+}
+
+// Vector and scalar: the scalar `s` reaches K::vector(x, s, bad, mode) and K::callout(a, s, &r).
+template <class K, class S>
+inline void run_vs_v(int n, const typename K::T* a, S s, typename K::T* r) {
+  run_v_v<K>(n, a, r, s);
+}
+
+// ---- two in, one out ----------------------------------------------------------------------------
+template <class K, class... C>
+inline void settle_vv_v(const typename K::T* a, const typename K::T* b, typename K::T* r, int i,
+                        int count, const simd::vec<typename K::T>& x,
+                        const simd::vec<typename K::T>& z, const simd::vec<typename K::T>& y,
+                        std::uint32_t bad, const C&... ctx) {
+  using T = typename K::T;
+  constexpr int L = simd::lanes<T>;
   alignas(64) T arg1[L];
   alignas(64) T arg2[L];
   alignas(64) T res[L];
@@ -174,9 +272,9 @@ inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename 
   z.store_aligned(arg2);
   y.store_aligned(res);
   for (std::uint32_t m = bad; m != 0; m &= m - 1) {
-    const int j = __builtin_ctz(m);
+    const int j = simd::lowest_lane(m);
     T out;
-    const int st = K::callout(arg1[j], arg2[j], &out);
+    const int st = K::callout(arg1[j], arg2[j], ctx..., &out);
     if (st == 0) {
       res[j] = out;
     } else {
@@ -188,28 +286,96 @@ inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename 
   for (int j = 0; j < count; ++j) r[i + j] = res[j];
 }
 
-template <class K>
-inline void run_vv_v(int n, const typename K::T* a, const typename K::T* b, typename K::T* r) {
+template <class K, class... C>
+inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename K::T* r, int i,
+                       int count, std::uint32_t mode, const C&... ctx) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
+  const V z = count == L ? simd::loadu(b + i) : simd::load_partial(b + i, count, kFiller<T>);
+  std::uint32_t bad = 0;
+  V y = K::vector(x, z, ctx..., bad, mode);
+  if (count < L) bad &= (1u << count) - 1u;
+  if (bad == 0) {
+    if (count == L) {
+      simd::storeu(r + i, y);
+    } else {
+      simd::store_partial(r + i, y, count);
+    }
+    return;
+  }
+  settle_vv_v<K>(a, b, r, i, count, x, z, y, bad, ctx...);
+}
+
+template <class K, bool kNt, class... C>
+inline int unrolled_vv_v(int n, int i, const typename K::T* a, const typename K::T* b,
+                         typename K::T* r, std::uint32_t mode, const C&... ctx) {
+  using T = typename K::T;
+  using V = simd::vec<T>;
+  constexpr int L = simd::lanes<T>;
+  constexpr int U = unroll_of<K>();
+  for (; i + U * L <= n; i += U * L) {
+    V x[U], z[U], y[U];
+    std::uint32_t bad[U];
+    std::uint32_t any = 0;
+    for (int u = 0; u < U; ++u) {
+      x[u] = simd::loadu(a + i + u * L);
+      z[u] = simd::loadu(b + i + u * L);
+    }
+    for (int u = 0; u < U; ++u) {
+      bad[u] = 0;
+      y[u] = K::vector(x[u], z[u], ctx..., bad[u], mode);
+      any |= bad[u];
+    }
+    if (any == 0) {
+      for (int u = 0; u < U; ++u) put<kNt>(r + i + u * L, y[u]);
+      continue;
+    }
+    for (int u = 0; u < U; ++u) {
+      if (bad[u] != 0) {
+        settle_vv_v<K>(a, b, r, i + u * L, L, x[u], z[u], y[u], bad[u], ctx...);
+      } else {
+        put<kNt>(r + i + u * L, y[u]);
+      }
+    }
+  }
+  return i;
+}
+
+template <class K, class... C>
+inline void run_vv_v(int n, const typename K::T* a, const typename K::T* b, typename K::T* r,
+                     const C&... ctx) {
   if (n <= 0) return;
   FpGuard env(K::kEnv);
   const std::uint32_t mode = env.mode();
-  constexpr int L = simd::lanes<typename K::T>;
+  using T = typename K::T;
+  constexpr int L = simd::lanes<T>;
   int i = 0;
-  for (; i + L <= n; i += L) block_vv_v<K>(a, b, r, i, L, mode);
-  if (i < n) block_vv_v<K>(a, b, r, i, n - i, mode);
+  if constexpr (stream_of<K>()) {
+    const int peel = peel_to_align(r);
+    if (static_cast<long>(n) * static_cast<long>(sizeof(T)) >= kStreamBytes && peel >= 0) {
+      if (peel > 0) block_vv_v<K>(a, b, r, 0, peel, mode, ctx...);
+      i = unrolled_vv_v<K, true>(n, peel, a, b, r, mode, ctx...);
+      simd::stream_fence();
+    }
+  }
+  i = unrolled_vv_v<K, false>(n, i, a, b, r, mode, ctx...);
+  for (; i + L <= n; i += L) block_vv_v<K>(a, b, r, i, L, mode, ctx...);
+  if (i < n) block_vv_v<K>(a, b, r, i, n - i, mode, ctx...);
 }
 
 // ---- one in, two out ----------------------------------------------------------------------------
-template <class K>
+template <class K, class... C>
 inline void block_v_vv(const typename K::T* a, typename K::T* r1, typename K::T* r2, int i,
-                       int count, std::uint32_t mode) {
+                       int count, std::uint32_t mode, const C&... ctx) {
   using T = typename K::T;
   using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
   const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
   std::uint32_t bad = 0;
   V y1, y2;
-  K::vector(x, y1, y2, bad, mode);
+  K::vector(x, ctx..., y1, y2, bad, mode);
   if (count < L) bad &= (1u << count) - 1u;
   if (bad == 0) {
     if (count == L) {
@@ -228,9 +394,9 @@ inline void block_v_vv(const typename K::T* a, typename K::T* r1, typename K::T*
   y1.store_aligned(res1);
   y2.store_aligned(res2);
   for (std::uint32_t m = bad; m != 0; m &= m - 1) {
-    const int j = __builtin_ctz(m);
+    const int j = simd::lowest_lane(m);
     T o1, o2;
-    const int st = K::callout(arg[j], &o1, &o2);
+    const int st = K::callout(arg[j], ctx..., &o1, &o2);
     if (st == 0) {
       res1[j] = o1;
       res2[j] = o2;
@@ -248,15 +414,16 @@ inline void block_v_vv(const typename K::T* a, typename K::T* r1, typename K::T*
   }
 }
 
-template <class K>
-inline void run_v_vv(int n, const typename K::T* a, typename K::T* r1, typename K::T* r2) {
+template <class K, class... C>
+inline void run_v_vv(int n, const typename K::T* a, typename K::T* r1, typename K::T* r2,
+                     const C&... ctx) {
   if (n <= 0) return;
   FpGuard env(K::kEnv);
   const std::uint32_t mode = env.mode();
   constexpr int L = simd::lanes<typename K::T>;
   int i = 0;
-  for (; i + L <= n; i += L) block_v_vv<K>(a, r1, r2, i, L, mode);
-  if (i < n) block_v_vv<K>(a, r1, r2, i, n - i, mode);
+  for (; i + L <= n; i += L) block_v_vv<K>(a, r1, r2, i, L, mode, ctx...);
+  if (i < n) block_v_vv<K>(a, r1, r2, i, n - i, mode, ctx...);
 }
 
 }  // namespace tvx::TVX_VNS

@@ -112,6 +112,32 @@ inline void store_partial(T* p, const vec<T>& v, int count) {
 #endif
 }
 
+// Non-temporal store of a whole register to p, aligned to the register's size: the line goes to
+// memory without being read first. Callers end a run of them with stream_fence().
+template <class T>
+inline void stream(T* p, const vec<T>& v) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    _mm512_stream_pd(p, v);
+  } else {
+    _mm512_stream_ps(p, v);
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    _mm256_stream_pd(p, v);
+  } else {
+    _mm256_stream_ps(p, v);
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    _mm_stream_pd(p, v);
+  } else {
+    _mm_stream_ps(p, v);
+  }
+#endif
+}
+inline void stream_fence() { _mm_sfence(); }
+
 // ---- bit masks of comparisons -------------------------------------------------------------------
 // Bit j set when lane j of m is true.
 template <class T>
@@ -134,6 +160,19 @@ inline std::uint32_t bits(const mask<T>& m) {
   } else {
     return static_cast<std::uint32_t>(_mm_movemask_ps(m));
   }
+#endif
+}
+
+// Number of the lowest set bit of a non-zero mask. __builtin_ctz becomes tzcnt, a BMI
+// instruction (harmless as rep bsf on older processors, but outside the variant's set), so the
+// variants below AVX2 use bsf itself.
+inline int lowest_lane(std::uint32_t m) {
+#if TVX_VARIANT_ID >= 3
+  return __builtin_ctz(m);
+#else
+  std::uint32_t j;
+  asm("bsf %1, %0" : "=r"(j) : "rm"(m) : "cc");
+  return static_cast<int>(j);
 #endif
 }
 
@@ -399,6 +438,83 @@ inline vec<float> lookup16(const vec<float>& lo, const vec<float>&, const uvec<f
   return vec<float>(_mm512_permutexvar_ps(idx, lo));
 }
 }  // namespace avx512
+#endif
+
+// ---- sign and magnitude -------------------------------------------------------------------------
+// The sign bit of each lane (all other bits clear).
+template <class T>
+inline vec<T> sign_of(const vec<T>& v) {
+  return v & vec<T>(T(-0.0));
+}
+// |v| by clearing the sign bit; a NaN keeps its payload and stays signalling if it was.
+template <class T>
+inline vec<T> clear_sign(const vec<T>& v) {
+  using U = typename int_of<T>::utype;
+  return v & from_bits<T>(uvec<T>(static_cast<U>(~U(0) >> 1)));
+}
+
+// ---- rounding instruction (variants 2, 3, 5) ----------------------------------------------------
+// Imm as the round instructions take it: 0 nearest even, 1 down, 2 up, 3 toward zero, +4 the
+// current mode instead, +8 no inexact flag. On variant 5 this is vrndscale with scale 0.
+template <int Imm, class T>
+inline vec<T> round(const vec<T>& v) {
+  static_assert(kHasRound || sizeof(T) == 0, "no rounding instruction on this variant");
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    // The merge forms: the plain ones start from an undefined register, which GCC 12 warns on.
+    return vec<T>(_mm512_mask_roundscale_pd(v, 0xFF, v, Imm));
+  } else {
+    return vec<T>(_mm512_mask_roundscale_ps(v, 0xFFFF, v, Imm));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_round_pd(v, Imm));
+  } else {
+    return vec<T>(_mm256_round_ps(v, Imm));
+  }
+#elif TVX_VARIANT_ID == 2
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm_round_pd(v, Imm));
+  } else {
+    return vec<T>(_mm_round_ps(v, Imm));
+  }
+#else
+  return v;
+#endif
+}
+
+// ---- reciprocal approximations ------------------------------------------------------------------
+// Hardware reciprocal estimate: relative error below 1.5 * 2^-12 (rcpps, single only, variants 0 to
+// 3) or below 2^-14 (vrcp14, both types, variant 5). Raises no flag for any input.
+template <class T>
+inline vec<T> rcp_estimate(const vec<T>& v) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_mask_rcp14_pd(v, 0xFF, v));
+  } else {
+    return vec<T>(_mm512_mask_rcp14_ps(v, 0xFFFF, v));
+  }
+#elif TVX_VARIANT_ID == 3
+  static_assert(sizeof(T) == 4, "no double reciprocal estimate below AVX-512");
+  return vec<T>(_mm256_rcp_ps(v));
+#else
+  static_assert(sizeof(T) == 4, "no double reciprocal estimate below AVX-512");
+  return vec<T>(_mm_rcp_ps(v));
+#endif
+}
+
+#if TVX_VARIANT_ID == 5
+// Bit j set when lane j of v is in one of the classes of the class test (vfpclass immediate:
+// 0x01 quiet NaN, 0x02 +0, 0x04 -0, 0x08 +inf, 0x10 -inf, 0x20 denormal, 0x40 negative,
+// 0x80 signalling NaN).
+template <int Imm, class T>
+inline std::uint32_t fpclass(const vec<T>& v) {
+  if constexpr (sizeof(T) == 8) {
+    return _mm512_fpclass_pd_mask(v, Imm);
+  } else {
+    return _mm512_fpclass_ps_mask(v, Imm);
+  }
+}
 #endif
 
 }  // namespace tvx::TVX_VNS::simd
