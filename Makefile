@@ -4,6 +4,10 @@ ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc)
 CMAKE_GEN  := -G Ninja
+# Let a fresh clone in another directory reuse the compiler cache: paths are hashed relative to
+# the checkout, and the working directory is left out of the hash.
+export CCACHE_BASEDIR := $(CURDIR)
+export CCACHE_NOHASHDIR := 1
 CTEST      := ctest --output-on-failure -j $(JOBS) --timeout 900
 SAN_FLAGS  := -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS=-O1 -DCMAKE_CXX_FLAGS=-O1 \
               -DTVX_BUILD_EXAMPLES=OFF
