@@ -136,6 +136,49 @@ inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count
   for (int j = 0; j < count; ++j) r[i + j] = res[j];
 }
 
+// Full blocks from i on, two registers at a time, for as long as no lane needs its callout.
+// Returns where it stopped: the first block with such a lane, or the end of the full blocks.
+// It makes no call, so the kernel's constants stay in registers; with the callouts in the same
+// loop the compiler keeps them on the stack and the loop waits on reloading them.
+template <class K>
+[[gnu::noinline]] int clean_blocks_v_v(const typename K::T* a, typename K::T* r, int i, int n,
+                                       std::uint32_t mode) {
+  using V = simd::vec<typename K::T>;
+  constexpr int L = simd::lanes<typename K::T>;
+  for (; i + 2 * L <= n; i += 2 * L) {
+    std::uint32_t bad0 = 0, bad1 = 0;
+    const V y0 = K::vector(simd::loadu(a + i), bad0, mode);
+    const V y1 = K::vector(simd::loadu(a + i + L), bad1, mode);
+    if ((bad0 | bad1) != 0) {
+      if (bad0 != 0) return i;
+      simd::storeu(r + i, y0);
+      return i + L;
+    }
+    simd::storeu(r + i, y0);
+    simd::storeu(r + i + L, y1);
+  }
+  if (i + L <= n) {
+    std::uint32_t bad = 0;
+    const V y = K::vector(simd::loadu(a + i), bad, mode);
+    if (bad != 0) return i;
+    simd::storeu(r + i, y);
+    i += L;
+  }
+  return i;
+}
+
+// A kernel may set `static constexpr bool kCleanRuns = true` to have its full blocks run by
+// clean_blocks_v_v, leaving the driver only the blocks with callouts and the tail. The results
+// are the same bits either way.
+template <class K>
+inline constexpr bool clean_runs() {
+  if constexpr (requires { K::kCleanRuns; }) {
+    return K::kCleanRuns;
+  } else {
+    return false;
+  }
+}
+
 template <class K>
 inline void run_v_v(int n, const typename K::T* a, typename K::T* r) {
   if (n <= 0) return;
@@ -143,7 +186,16 @@ inline void run_v_v(int n, const typename K::T* a, typename K::T* r) {
   const std::uint32_t mode = env.mode();
   constexpr int L = simd::lanes<typename K::T>;
   int i = 0;
-  for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode);
+  if constexpr (clean_runs<K>()) {
+    while (i + L <= n) {
+      i = clean_blocks_v_v<K>(a, r, i, n, mode);
+      if (i + L > n) break;
+      block_v_v<K>(a, r, i, L, mode);
+      i += L;
+    }
+  } else {
+    for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode);
+  }
   if (i < n) block_v_v<K>(a, r, i, n - i, mode);
 }
 
