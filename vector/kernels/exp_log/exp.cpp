@@ -3,10 +3,13 @@
 //   SSE2 (both copies), any level; SSE4.2 row HA reuses the SSE2 kernel:
 //       double Exp: N = 64 with low parts, degree 5; single: N = 128 with low parts
 //   SSE4.2 and AVX2, LA: double N = 1024 one part, degree 3; single without table, degree 5
-//   AVX2, HA: the SSE2 design with fused multiply-adds
+//   AVX2, HA: double, the SSE2 design with fused multiply-adds; single without table, degree 6
+//       with the reduction's rounding carried
 //   SSE4.2 and AVX2, EP: double N = 128 one part, degree 2; single 2^f of degree 3
-//   AVX-512: register tables (16 entries double, 32 single), degree 6/6/3 (double LA/HA/EP)
-// Expm1 uses N = 128 with low parts on SSE2 to AVX2 and the register tables on AVX-512.
+//   AVX-512: double, register tables of 16 entries, degree 6/6/3 (LA/HA/EP); single without
+//       table, degree 5/6/3, vscalef
+// Expm1 uses N = 128 with low parts on SSE2 to AVX2 and the register tables (16 entries double,
+// 32 single) on AVX-512.
 #include "vector/kernels/common/kernel_loop.h"
 #include "vector/kernels/exp_log/exp_scalar.h"
 #include "vector/kernels/exp_log/exp_table.h"
