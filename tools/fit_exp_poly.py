@@ -108,6 +108,7 @@ def fit_single_notable(name, degree):
 ln2 = mp.log(2)
 fit("double, 16-entry table, HA", 0, ln2 / 16, 6)
 fit("double, 16-entry table, EP", 0, ln2 / 16, 3)
+fit("single, 32-entry table, HA", 0, ln2 / 32, 3, single=True)
 mp.mp.prec = 100
 fit_single_notable("single, no table, HA", 6)
 fit_single_notable("single, no table, LA", 5)

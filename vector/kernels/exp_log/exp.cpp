@@ -6,10 +6,9 @@
 //   AVX2, HA: double, the SSE2 design with fused multiply-adds; single without table, degree 6
 //       with the reduction's rounding carried
 //   SSE4.2 and AVX2, EP: double N = 128 one part, degree 2; single 2^f of degree 3
-//   AVX-512: double, register tables of 16 entries, degree 6/6/3 (LA/HA/EP); single without
-//       table, degree 5/6/3, vscalef
-// Expm1 uses N = 128 with low parts on SSE2 to AVX2 and the register tables (16 entries double,
-// 32 single) on AVX-512.
+//   AVX-512: register tables (16 entries double, 32 single), degree 6/6/3 (double LA/HA/EP),
+//       single HA degree 3 with low parts; single LA and EP without table, degree 5 and 3
+// Expm1 uses N = 128 with low parts on SSE2 to AVX2 and the register tables on AVX-512.
 #include "vector/kernels/common/kernel_loop.h"
 #include "vector/kernels/exp_log/exp_scalar.h"
 #include "vector/kernels/exp_log/exp_table.h"
@@ -31,7 +30,7 @@ inline bool no_error_mode(std::uint32_t mode) {
 template <class T, Acc A>
 inline vec<T> exp_main(const vec<T>& x) {
 #if TVX_VARIANT_ID == 5
-  if constexpr (sizeof(T) == 4) {
+  if constexpr (sizeof(T) == 4 && A != Acc::HA) {
     return exp_detail::exp_f_poly<A>(x);
   } else {
     return exp_detail::exp_avx512<T, A>(x);

@@ -1,6 +1,6 @@
-// AVX-512 designs of double Exp and of Expm1: the table 2^(j/N) (N = 16 for double, 32 for
-// single) lives in two registers and is read with a two-source permute, and vscalef applies the
-// power of two. (Single Exp has no table: exp_f_poly in exp_table.h.)
+// AVX-512 designs of Exp and Expm1: the table 2^(j/N) (N = 16 for double, 32 for single) lives
+// in two registers and is read with a two-source permute, and vscalef applies the power of two.
+// Single Exp takes it at HA only: LA and EP do without a table (exp_f_poly in exp_table.h).
 //
 // Exp: t = x log2 e + C rounded toward zero, C = 1.5 * 2^p with its last place 1/N, so t's low
 // bits hold j and n = t - C = floor(N x log2 e) / N; r = x - n ln2 in [0, ln2/N) in two fused
@@ -39,30 +39,37 @@ struct Avx512Exp<float> {
   static constexpr float kRange = f_bits(0x42AEAC4F);
 };
 
-// p(r) ~ exp(r) - 1 on [0, ln2/16) by level (tools/fit_exp_poly.py unless noted). Double only:
-// single Exp has a design without a table (exp_f_poly in exp_table.h).
+// p(r) ~ exp(r) - 1 on [0, ln2/N) by type and level (tools/fit_exp_poly.py unless noted). In
+// single only HA takes this design; LA and EP have one without a table (exp_f_poly in
+// exp_table.h).
 template <class T, Acc A>
 inline vec<T> avx512_exp_poly(const vec<T>& r) {
   using V = vec<T>;
-  static_assert(sizeof(T) == 8, "single Exp does not use the register tables");
-  const V r2 = r * r;
-  const V r3 = r2 * r;
-  if constexpr (A == Acc::LA) {
-    // Degree 6, r's coefficient 1; error about 2^-54.
-    const V hi = simd::fma(V(d_bits(0x3F572EB5EF0D213D)), r, V(d_bits(0x3F81106603D97C00)));
-    const V mid = simd::fma(V(d_bits(0x3FA555564BB4F5F0)), r, V(d_bits(0x3FC5555554B508A2)));
-    const V lo = simd::fma(V(d_bits(0x3FE0000000002622)), r2, r);
-    return simd::fma(r3, simd::fma(r2, hi, mid), lo);
-  } else if constexpr (A == Acc::HA) {
-    // Degree 6, error 2^-55.
-    const V hi = simd::fma(V(0x1.72eaf90a1d9fcp-10), r, V(0x1.1106619ebcc2bp-7));
-    const V mid = simd::fma(V(0x1.555564b7f6b18p-5), r, V(0x1.5555554b53da6p-3));
-    const V lo = simd::fma(V(0x1.0000000002610p-1), r2, V(0x1.ffffffffffffap-1) * r);
-    return simd::fma(r3, simd::fma(r2, hi, mid), lo);
+  if constexpr (sizeof(T) == 4) {
+    static_assert(A == Acc::HA, "single LA and EP Exp do not use the register tables");
+    // Degree 3, error 2^-30.7.
+    static constexpr float c[3] = {1.0f, 0x1.fffd1ap-2f, 0x1.581e96p-3f};
+    return simd::horner(r, c) * r;
   } else {
-    // Degree 3, error 2^-27.7.
-    const V c = simd::fma(V(0x1.5aeed69301eb3p-3), r, V(0x1.fff452dae40ecp-2));
-    return simd::fma(r2, c, V(0x1.000001cca5b83p+0) * r);
+    const V r2 = r * r;
+    const V r3 = r2 * r;
+    if constexpr (A == Acc::LA) {
+      // Degree 6, r's coefficient 1; error about 2^-54.
+      const V hi = simd::fma(V(d_bits(0x3F572EB5EF0D213D)), r, V(d_bits(0x3F81106603D97C00)));
+      const V mid = simd::fma(V(d_bits(0x3FA555564BB4F5F0)), r, V(d_bits(0x3FC5555554B508A2)));
+      const V lo = simd::fma(V(d_bits(0x3FE0000000002622)), r2, r);
+      return simd::fma(r3, simd::fma(r2, hi, mid), lo);
+    } else if constexpr (A == Acc::HA) {
+      // Degree 6, error 2^-55.
+      const V hi = simd::fma(V(0x1.72eaf90a1d9fcp-10), r, V(0x1.1106619ebcc2bp-7));
+      const V mid = simd::fma(V(0x1.555564b7f6b18p-5), r, V(0x1.5555554b53da6p-3));
+      const V lo = simd::fma(V(0x1.0000000002610p-1), r2, V(0x1.ffffffffffffap-1) * r);
+      return simd::fma(r3, simd::fma(r2, hi, mid), lo);
+    } else {
+      // Degree 3, error 2^-27.7.
+      const V c = simd::fma(V(0x1.5aeed69301eb3p-3), r, V(0x1.fff452dae40ecp-2));
+      return simd::fma(r2, c, V(0x1.000001cca5b83p+0) * r);
+    }
   }
 }
 

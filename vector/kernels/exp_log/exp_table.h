@@ -257,7 +257,9 @@ inline vec<float> exp_f_pow2(const vec<float>& x) {
 // ---- single precision without a table, for variants with a fused multiply-add
 // n = round(x log2 e) through the shifter 1.5 * 2^23, r = x - n ln2 (two fused steps, one at EP),
 // so |r| <= ln2/2 up to rounding; exp(r) by a polynomial whose constant term is 1, so exp(0) is
-// exactly 1. In single the polynomial is short enough to cost less than any table read.
+// exactly 1. In single the polynomial is short enough to cost less than a table read: less than
+// a gather always, less than the AVX-512 register tables at LA and EP. (At HA, carrying the
+// reduction's rounding costs more than the register tables with their low parts.)
 // Coefficients from tools/fit_exp_poly.py (relative error of the rounded polynomial on
 // [-ln2/2, ln2/2]): HA degree 6, 2^-28.3; LA degree 5, 2^-23.4; EP degree 3, 2^-13.3.
 template <Acc A>
