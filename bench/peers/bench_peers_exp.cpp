@@ -1,6 +1,8 @@
 // vdExp and vsExp at each accuracy level (the machine's variant, one thread) beside SLEEF, glibc's
-// scalar exp and glibc's vector library, at n = 1e3, 1e5, 1e7. Inputs are uniform over most of
-// the finite range ([-700, 700] in double, [-87, 87] in single), so no lane takes a callout.
+// scalar exp and glibc's vector library, at n = 1e3, 1e5, 1e7; and vsExp's AVX2 kernels (called
+// through their dispatch-row cells) beside the 8-lane SLEEF and glibc functions. Inputs are
+// uniform over most of the finite range ([-700, 700] in double, [-87, 87] in single), so no lane
+// takes a callout.
 // Counters: CPU ns per element ("ns/elem"); the machine is shared, so CPU time is the steadier
 // measure.
 #include <benchmark/benchmark.h>
@@ -12,11 +14,13 @@
 #include <vector>
 
 #include "tvx_vector.h"
+#include "vector/frame/rows.h"
 
 extern "C" {
 // glibc's vector library, AVX-512 entry points.
 __m512d _ZGVeN8v_exp(__m512d);
 __m512 _ZGVeN16v_expf(__m512);
+__m256 _ZGVdN8v_expf(__m256);
 }
 
 namespace {
@@ -56,6 +60,12 @@ void Tvx_vsExp(benchmark::State& s, unsigned mode) {
   run<float>(s, [mode](int n, const float* a, float* r) { vmsExp(n, a, r, mode); });
 }
 
+// The AVX2 kernel of one level, straight from its cell (variant 3); one thread, no threader.
+void Tvx_vsExp_avx2(benchmark::State& s, int level) {
+  const auto kernel = tvx_row_exp_s.kernels[3 + 6 * (level - 1)];
+  run<float>(s, [kernel](int n, const float* a, float* r) { kernel(n, a, r); });
+}
+
 void Sleef_d8_u10(benchmark::State& s) {
   run<double>(s, [](int n, const double* a, double* r) {
     int i = 0;
@@ -84,6 +94,20 @@ void Libmvec_f16(benchmark::State& s) {
     for (; i < n; ++i) r[i] = std::exp(a[i]);
   });
 }
+void Sleef_f8_u10(benchmark::State& s) {
+  run<float>(s, [](int n, const float* a, float* r) {
+    int i = 0;
+    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, Sleef_expf8_u10(_mm256_loadu_ps(a + i)));
+    for (; i < n; ++i) r[i] = std::exp(a[i]);
+  });
+}
+void Libmvec_f8(benchmark::State& s) {
+  run<float>(s, [](int n, const float* a, float* r) {
+    int i = 0;
+    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, _ZGVdN8v_expf(_mm256_loadu_ps(a + i)));
+    for (; i < n; ++i) r[i] = std::exp(a[i]);
+  });
+}
 void Glibc_exp(benchmark::State& s) {
   run<double>(s, [](int n, const double* a, double* r) {
     for (int i = 0; i < n; ++i) r[i] = std::exp(a[i]);
@@ -108,5 +132,10 @@ BENCHMARK_CAPTURE(Tvx_vsExp, EP, KAZ_EP) SIZES;
 BENCHMARK(Sleef_f16_u10) SIZES;
 BENCHMARK(Libmvec_f16) SIZES;
 BENCHMARK(Glibc_expf) SIZES;
+BENCHMARK_CAPTURE(Tvx_vsExp_avx2, HA, KAZ_HA) SIZES;
+BENCHMARK_CAPTURE(Tvx_vsExp_avx2, LA, KAZ_LA) SIZES;
+BENCHMARK_CAPTURE(Tvx_vsExp_avx2, EP, KAZ_EP) SIZES;
+BENCHMARK(Sleef_f8_u10) SIZES;
+BENCHMARK(Libmvec_f8) SIZES;
 
 }  // namespace

@@ -180,6 +180,65 @@ TEST_P(ExpKernels, ReportsEachBadElementAndHonoursCallback) {
   EXPECT_NEAR(y[0], std::exp(0.5), 1e-7);
 }
 
+// Long single vectors, where whole runs of clean blocks go by two registers at a time: bad
+// elements in the first and in the second register of a step, in the block right after one, in
+// the last full block and in the tail. Each is reported once, in order, the callback's rewrite
+// stands, and every other element has the bits of its own one-element call, in place too.
+TEST_P(ExpKernels, SingleBadElementsAmongCleanBlocks) {
+  kazSetMode(kIgnore);
+  std::mt19937 rng(11);
+  std::uniform_real_distribution<float> u(-87.0f, 87.0f);
+  std::vector<float> x(16 * 7 + 5);
+  for (auto& v : x) v = u(rng);
+  x[40] = 89.0f;
+  x[50] = -95.0f;
+  x[64] = std::nanf("");
+  x[65] = -110.0f;
+  x[100] = 1e30f;
+  x[114] = -std::numeric_limits<float>::infinity();  // tail; quiet, +0
+  std::vector<float> y(x.size());
+  g_indices.clear();
+  kazSetErrorCallBack(rewrite_callback);
+  tvx_row_exp_s.kernels[slot()](static_cast<int>(x.size()), x.data(), y.data());
+  EXPECT_EQ(g_indices, (std::vector<int>{403, 504, 654, 1003}));
+  kazClearErrorCallBack();
+  for (int i : {40, 50, 65, 100}) EXPECT_EQ(y[i], 42.0f) << i;
+  EXPECT_TRUE(std::isnan(y[64]));
+  EXPECT_TRUE(same_bits(y[114], 0.0f));
+  std::vector<float> inplace = x;
+  tvx_row_exp_s.kernels[slot()](static_cast<int>(x.size()), inplace.data(), inplace.data());
+  for (size_t i = 0; i < x.size(); ++i) {
+    if (i == 40 || i == 50 || i == 65 || i == 100) continue;
+    EXPECT_TRUE(same_bits(y[i], one(tvx_row_exp_s, x[i]))) << i;
+    EXPECT_TRUE(same_bits(inplace[i], y[i])) << i;
+  }
+}
+
+// In the no-error mode a long single vector settles its overflow and underflow lanes in line,
+// wherever they sit, without a report or a flag.
+TEST_P(ExpKernels, SingleNoErrorModeInLongVectors) {
+  kazSetMode(KAZ_ERRMODE_NOERR);
+  std::vector<float> x(100, 1.5f);
+  x[17] = 120.0f;
+  x[31] = -150.0f;
+  x[48] = 88.9f;
+  x[99] = -104.5f;
+  std::vector<float> y(x.size());
+  kazClearErrStatus();
+  _mm_setcsr(_mm_getcsr() & ~0x3Fu);
+  tvx_row_exp_s.kernels[slot()](static_cast<int>(x.size()), x.data(), y.data());
+  EXPECT_EQ(_mm_getcsr() & 0x18, 0u) << "an overflow or underflow lane reached the callout";
+  EXPECT_EQ(kazGetErrStatus(), 0);
+  const float finf = std::numeric_limits<float>::infinity();
+  EXPECT_EQ(y[17], finf);
+  EXPECT_EQ(y[48], finf);
+  EXPECT_TRUE(same_bits(y[31], 0.0f));
+  EXPECT_TRUE(same_bits(y[99], 0.0f));
+  EXPECT_EQ(y[0], y[98]);
+  EXPECT_NEAR(y[0], std::exp(1.5f), 4.5f * 0x1p-11f);  // EP's 11 bits
+  _mm_setcsr(0x1F80);
+}
+
 // A result does not depend on where its element sits: inside a block, in a tail, in place.
 TEST_P(ExpKernels, TailsGiveTheBitsOfABlock) {
   std::mt19937_64 rng(7);
@@ -259,6 +318,18 @@ TEST_P(ExpKernels, FloatingPointEnvironment) {
   double r;
   tvx_row_exp_d.kernels[slot()](1, &big, &r);
   EXPECT_NE(_mm_getcsr() & 0x08, 0u) << "overflow of a real element must be visible";
+
+  // Single, long enough for runs of clean blocks, with wild lanes among them.
+  const float finf = std::numeric_limits<float>::infinity();
+  const std::vector<float> quiet_f = {finf,   -finf, std::nanf(""), 0.5f,  87.5f,
+                                      -87.0f, 20.0f, 1e-3f,         -3.0f, 1.0f};
+  std::vector<float> xf;
+  for (int k = 0; k < 5; ++k) xf.insert(xf.end(), quiet_f.begin(), quiet_f.end());
+  std::vector<float> yf(xf.size());
+  _mm_setcsr(caller);
+  tvx_row_exp_s.kernels[slot()](static_cast<int>(xf.size()), xf.data(), yf.data());
+  tvx_row_expm1_s.kernels[slot()](static_cast<int>(xf.size()), xf.data(), yf.data());
+  EXPECT_EQ(_mm_getcsr() & 0x1D, 0u) << "spurious flag in single";
   _mm_setcsr(0x1F80);
 }
 

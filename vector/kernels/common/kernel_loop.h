@@ -12,6 +12,7 @@
 // and is run by the driver of its arity class: run_v_v<K>(n, a, r), run_vv_v<K>(n, a, b, r),
 // run_v_vv<K>(n, a, r1, r2), run_vs_v<K>(n, a, s, r). A kernel may also name
 //   static constexpr int kUnroll;               // registers per block of the main loop
+//   static constexpr bool kCleanRuns;           // run clean blocks in a call-free loop
 #pragma once
 
 #include <immintrin.h>
@@ -230,6 +231,49 @@ inline int unrolled_v_v(int n, int i, const typename K::T* a, typename K::T* r, 
   return i;
 }
 
+// Full blocks from i on, two registers at a time, for as long as no lane needs its callout.
+// Returns where it stopped: the first block with such a lane, or the end of the full blocks.
+// It makes no call, so the kernel's constants stay in registers; with the callouts in the same
+// loop the compiler keeps them on the stack and the loop waits on reloading them.
+template <class K, class... C>
+[[gnu::noinline]] int clean_blocks_v_v(const typename K::T* a, typename K::T* r, int i, int n,
+                                       std::uint32_t mode, const C&... ctx) {
+  using V = simd::vec<typename K::T>;
+  constexpr int L = simd::lanes<typename K::T>;
+  for (; i + 2 * L <= n; i += 2 * L) {
+    std::uint32_t bad0 = 0, bad1 = 0;
+    const V y0 = K::vector(simd::loadu(a + i), ctx..., bad0, mode);
+    const V y1 = K::vector(simd::loadu(a + i + L), ctx..., bad1, mode);
+    if ((bad0 | bad1) != 0) {
+      if (bad0 != 0) return i;
+      simd::storeu(r + i, y0);
+      return i + L;
+    }
+    simd::storeu(r + i, y0);
+    simd::storeu(r + i + L, y1);
+  }
+  if (i + L <= n) {
+    std::uint32_t bad = 0;
+    const V y = K::vector(simd::loadu(a + i), ctx..., bad, mode);
+    if (bad != 0) return i;
+    simd::storeu(r + i, y);
+    i += L;
+  }
+  return i;
+}
+
+// A kernel may set `static constexpr bool kCleanRuns = true` to have its full blocks run by
+// clean_blocks_v_v, leaving the driver only the blocks with callouts and the tail. The results
+// are the same bits either way.
+template <class K>
+inline constexpr bool clean_runs() {
+  if constexpr (requires { K::kCleanRuns; }) {
+    return K::kCleanRuns;
+  } else {
+    return false;
+  }
+}
+
 template <class K, class... C>
 inline void run_v_v(int n, const typename K::T* a, typename K::T* r, const C&... ctx) {
   if (n <= 0) return;
@@ -246,8 +290,17 @@ inline void run_v_v(int n, const typename K::T* a, typename K::T* r, const C&...
       simd::stream_fence();
     }
   }
-  i = unrolled_v_v<K, false>(n, i, a, r, mode, ctx...);
-  for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode, ctx...);
+  if constexpr (clean_runs<K>()) {
+    while (i + L <= n) {
+      i = clean_blocks_v_v<K>(a, r, i, n, mode, ctx...);
+      if (i + L > n) break;
+      block_v_v<K>(a, r, i, L, mode, ctx...);
+      i += L;
+    }
+  } else {
+    i = unrolled_v_v<K, false>(n, i, a, r, mode, ctx...);
+    for (; i + L <= n; i += L) block_v_v<K>(a, r, i, L, mode, ctx...);
+  }
   if (i < n) block_v_v<K>(a, r, i, n - i, mode, ctx...);
 }
 

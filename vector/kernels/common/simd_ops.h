@@ -226,7 +226,21 @@ inline vec<T> fms(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
 // -(a * b) + c rounded once (variants 3 and 5).
 template <class T>
 inline vec<T> fnma(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_fnmadd_pd(a, b, c));
+  } else {
+    return vec<T>(_mm512_fnmadd_ps(a, b, c));
+  }
+#elif TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_fnmadd_pd(a, b, c));
+  } else {
+    return vec<T>(_mm256_fnmadd_ps(a, b, c));
+  }
+#else
   return fma(vec<T>(-a), b, c);
+#endif
 }
 // a * b + c with two roundings; the same on every variant.
 template <class T>
@@ -355,6 +369,16 @@ inline vec<T> fma_rz(const vec<T>& a, const vec<T>& b, const vec<T>& c) {
     return vec<T>(_mm512_fmadd_round_pd(a, b, c, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
   } else {
     return vec<T>(_mm512_fmadd_round_ps(a, b, c, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+  }
+}
+// x with its magnitude cut to c (c > 0), sign kept; a NaN stays NaN. Raises no flag.
+template <class T>
+inline vec<T> clamp_abs(const vec<T>& x, T c) {
+  // vrange: minimum by magnitude (imm bits 1:0 = 10), sign taken from x (bits 3:2 = 00).
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_range_round_pd(x, _mm512_set1_pd(c), 0x02, _MM_FROUND_NO_EXC));
+  } else {
+    return vec<T>(_mm512_range_round_ps(x, _mm512_set1_ps(c), 0x02, _MM_FROUND_NO_EXC));
   }
 }
 // Loads a whole register from a table row (no alignment needed).

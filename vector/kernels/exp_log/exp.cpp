@@ -3,9 +3,11 @@
 //   SSE2 (both copies), any level; SSE4.2 row HA reuses the SSE2 kernel:
 //       double Exp: N = 64 with low parts, degree 5; single: N = 128 with low parts
 //   SSE4.2 and AVX2, LA: double N = 1024 one part, degree 3; single without table, degree 5
-//   AVX2, HA: the SSE2 design with fused multiply-adds
+//   AVX2, HA: double, the SSE2 design with fused multiply-adds; single without table, degree 6
+//       with the reduction's rounding carried
 //   SSE4.2 and AVX2, EP: double N = 128 one part, degree 2; single 2^f of degree 3
-//   AVX-512: register tables (16 entries double, 32 single), degree 6/6/3 (double LA/HA/EP)
+//   AVX-512: register tables (16 entries double, 32 single), degree 6/6/3 (double LA/HA/EP),
+//       single HA degree 3 with low parts; single LA and EP without table, degree 5 and 3
 // Expm1 uses N = 128 with low parts on SSE2 to AVX2 and the register tables on AVX-512.
 #include "vector/kernels/common/kernel_loop.h"
 #include "vector/kernels/exp_log/exp_scalar.h"
@@ -28,9 +30,15 @@ inline bool no_error_mode(std::uint32_t mode) {
 template <class T, Acc A>
 inline vec<T> exp_main(const vec<T>& x) {
 #if TVX_VARIANT_ID == 5
-  return exp_detail::exp_avx512<T, A>(x);
+  if constexpr (sizeof(T) == 4 && A != Acc::HA) {
+    return exp_detail::exp_f_poly<A>(x);
+  } else {
+    return exp_detail::exp_avx512<T, A>(x);
+  }
 #else
-  if constexpr (sizeof(T) == 4 && A == Acc::LA) {
+  if constexpr (TVX_VARIANT_ID == 3 && sizeof(T) == 4 && A == Acc::HA) {
+    return exp_detail::exp_f_poly<A>(x);
+  } else if constexpr (sizeof(T) == 4 && A == Acc::LA) {
     return exp_detail::exp_f_notable(x);
   } else if constexpr (sizeof(T) == 4 && A == Acc::EP) {
     return exp_detail::exp_f_pow2(x);
@@ -70,12 +78,19 @@ struct ExpKernel {
   using V = vec<T>;
   static constexpr Env kEnv = Env::kMode;
   static constexpr const char* kName = sizeof(T) == 8 ? "vdExp" : "vsExp";
+  static constexpr bool kCleanRuns = true;
 
   static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     const auto out = simd::not_less(simd::abs(x), V(kVectorRange<T>));
     bad = simd::bits(out);
-    // Lanes that go to the callout compute exp(0), so that no wild argument raises a flag.
+    // Lanes that go to the callout compute a harmless value, so that no wild argument raises a
+    // flag: on AVX-512 |x| cut to the range (NaN stays, quietly), which keeps the compare off
+    // the path of the arithmetic; elsewhere exp(0).
+#if TVX_VARIANT_ID == 5
+    V y = exp_main<T, A>(simd::clamp_abs(x, kVectorRange<T>));
+#else
     V y = exp_main<T, A>(simd::select(out, V(T(0)), x));
+#endif
     if (bad != 0 && no_error_mode(mode)) {
       // No report can be made: settle the lanes past the limits in line.
       const V xq = without_nan(x);
@@ -87,7 +102,9 @@ struct ExpKernel {
     }
     return y;
   }
-  static int callout(T x, T* r) { return exp_detail::exp_callout(x, r); }
+  static int callout(T x, T* r) {
+    return exp_detail::exp_callout(x, r);
+  }
 };
 
 template <class E, Acc A>

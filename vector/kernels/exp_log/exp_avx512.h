@@ -1,5 +1,6 @@
 // AVX-512 designs of Exp and Expm1: the table 2^(j/N) (N = 16 for double, 32 for single) lives
 // in two registers and is read with a two-source permute, and vscalef applies the power of two.
+// Single Exp takes it at HA only: LA and EP do without a table (exp_f_poly in exp_table.h).
 //
 // Exp: t = x log2 e + C rounded toward zero, C = 1.5 * 2^p with its last place 1/N, so t's low
 // bits hold j and n = t - C = floor(N x log2 e) / N; r = x - n ln2 in [0, ln2/N) in two fused
@@ -38,11 +39,18 @@ struct Avx512Exp<float> {
   static constexpr float kRange = f_bits(0x42AEAC4F);
 };
 
-// p(r) ~ exp(r) - 1 on [0, ln2/N) by type and level (tools/fit_exp_poly.py unless noted).
+// p(r) ~ exp(r) - 1 on [0, ln2/N) by type and level (tools/fit_exp_poly.py unless noted). In
+// single only HA takes this design; LA and EP have one without a table (exp_f_poly in
+// exp_table.h).
 template <class T, Acc A>
 inline vec<T> avx512_exp_poly(const vec<T>& r) {
   using V = vec<T>;
-  if constexpr (sizeof(T) == 8) {
+  if constexpr (sizeof(T) == 4) {
+    static_assert(A == Acc::HA, "single LA and EP Exp do not use the register tables");
+    // Degree 3, error 2^-30.7.
+    static constexpr float c[3] = {1.0f, 0x1.fffd1ap-2f, 0x1.581e96p-3f};
+    return simd::horner(r, c) * r;
+  } else {
     const V r2 = r * r;
     const V r3 = r2 * r;
     if constexpr (A == Acc::LA) {
@@ -61,20 +69,6 @@ inline vec<T> avx512_exp_poly(const vec<T>& r) {
       // Degree 3, error 2^-27.7.
       const V c = simd::fma(V(0x1.5aeed69301eb3p-3), r, V(0x1.fff452dae40ecp-2));
       return simd::fma(r2, c, V(0x1.000001cca5b83p+0) * r);
-    }
-  } else {
-    if constexpr (A == Acc::HA) {
-      // Degree 4, error 2^-36.
-      static constexpr float c[4] = {1.0f, 0.5f, 0x1.5552c2p-3f, 0x1.584e34p-5f};
-      return simd::horner(r, c) * r;
-    } else if constexpr (A == Acc::LA) {
-      // Degree 3, error 2^-30.
-      static constexpr float c[3] = {1.0f, 0x1.fffd1ap-2f, 0x1.581e96p-3f};
-      return simd::horner(r, c) * r;
-    } else {
-      // Degree 2, error 2^-22.
-      static constexpr float c[2] = {0x1.fffeb6p-1f, 0x1.01db70p-1f};
-      return simd::horner(r, c) * r;
     }
   }
 }

@@ -254,4 +254,71 @@ inline vec<float> exp_f_pow2(const vec<float>& x) {
   return simd::from_bits<float>(simd::as_ints(p) + (simd::as_ints(t) << 23));
 }
 
+// ---- single precision without a table, for variants with a fused multiply-add
+// n = round(x log2 e) through the shifter 1.5 * 2^23, r = x - n ln2 (two fused steps, one at EP),
+// so |r| <= ln2/2 up to rounding; exp(r) by a polynomial whose constant term is 1, so exp(0) is
+// exactly 1. In single the polynomial is short enough to cost less than a table read: less than
+// a gather always, less than the AVX-512 register tables at LA and EP. (At HA, carrying the
+// reduction's rounding costs more than the register tables with their low parts.)
+// Coefficients from tools/fit_exp_poly.py (relative error of the rounded polynomial on
+// [-ln2/2, ln2/2]): HA degree 6, 2^-28.3; LA degree 5, 2^-23.4; EP degree 3, 2^-13.3.
+template <Acc A>
+struct ExpfPoly;
+template <>
+struct ExpfPoly<Acc::HA> {
+  static constexpr float kC[7] = {1.0f,           1.0f,          0x1.fffffcp-2f, 0x1.555492p-3f,
+                                  0x1.5558acp-5f, 0x1.12398p-7f, 0x1.6a519ap-10f};
+};
+template <>
+struct ExpfPoly<Acc::LA> {
+  static constexpr float kC[6] = {1.0f,           0x1.fffff6p-1f, 0x1.fffdc6p-2f,
+                                  0x1.555a7cp-3f, 0x1.573a2p-5f,  0x1.0fa1cp-7f};
+};
+template <>
+struct ExpfPoly<Acc::EP> {
+  static constexpr float kC[4] = {1.0f, 0x1.000cd6p+0f, 0x1.021d82p-1f, 0x1.5249fap-3f};
+};
+
+// exp(x) for |x| under the table range, by the polynomials above. The power 2^n goes in by
+// vscalef on AVX-512, elsewhere by adding t's low bits (n) to the exponent field, which is exact
+// here: in range, n = -126 only comes with r > 0, so the result stays normal.
+template <Acc A>
+inline vec<float> exp_f_poly(const vec<float>& x) {
+  using V = vec<float>;
+  const V shift(f_bits(0x4B400000));
+  const V t = simd::fma(x, V(f_bits(0x3FB8AA3B)), shift);
+  const V n = t - shift;
+  constexpr const float* c = ExpfPoly<A>::kC;
+  V y;
+  if constexpr (A == Acc::EP) {
+    y = simd::horner(simd::fnma(n, V(f_bits(0x3F317218)), x), ExpfPoly<A>::kC);
+  } else if constexpr (A == Acc::LA) {
+    const V r = simd::fnma(n, V(f_bits(0x35BFBE8E)), simd::fnma(n, V(f_bits(0x3F317200)), x));
+    y = simd::horner(r, ExpfPoly<A>::kC);
+  } else {
+    // The rounding of r alone is worth up to 0.4 ulp of the result, so HA keeps what it lost:
+    // r_lo (r1 - r is exact). exp(r + r_lo) = 1 + r + (r^2 q(r) + r_lo (1 + r)) to 2^-28, with
+    // 1 + r split exactly into hi + e and q = c2 + ... + c6 r^4 in Estrin's order, which
+    // shortens the chain of dependent steps.
+    const V r1 = simd::fnma(n, V(f_bits(0x3F317200)), x);
+    const V l2(f_bits(0x35BFBE8E));
+    const V r = simd::fnma(n, l2, r1);
+    const V r_lo = simd::fnma(n, l2, r1 - r);
+    const V r2 = r * r;
+    const V q01 = simd::fma(V(c[3]), r, V(c[2]));
+    const V q23 = simd::fma(V(c[5]), r, V(c[4]));
+    const V q = simd::fma(simd::fma(V(c[6]), r2, q23), r2, q01);
+    const V u = simd::fma(r2, q, simd::fma(r, r_lo, r_lo));
+    const V one(1.0f);
+    const V hi = one + r;
+    const V e = (one - hi) + r;
+    y = hi + (e + u);
+  }
+#if TVX_VARIANT_ID == 5
+  return simd::scalef(y, n);
+#else
+  return simd::from_bits<float>(simd::as_ints(y) + (simd::as_ints(t) << 23));
+#endif
+}
+
 }  // namespace tvx::TVX_VNS::exp_detail
