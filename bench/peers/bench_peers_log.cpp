@@ -1,5 +1,6 @@
 // vdLn and vsLn beside their peers: the library's kernels at each accuracy on this machine's
-// variant, SLEEF at 1.0 and 3.5 ulps on AVX-512, glibc's scalar log and glibc's vector library.
+// variant and in the AVX2 cells, SLEEF at 1.0 and 3.5 ulps on AVX-512 and on AVX2, glibc's scalar
+// log and glibc's vector library.
 // All single-threaded: the library's kernel is called straight from its dispatch cell.
 // After the runs a table of ns per element and of peer / library time ratios is printed.
 #include <benchmark/benchmark.h>
