@@ -1,5 +1,6 @@
 // vdLn and vsLn beside their peers: the library's kernels at each accuracy on this machine's
-// variant, SLEEF at 1.0 and 3.5 ulps on AVX-512, glibc's scalar log and glibc's vector library.
+// variant and in the AVX2 cells, SLEEF at 1.0 and 3.5 ulps on AVX-512 and on AVX2, glibc's scalar
+// log and glibc's vector library.
 // All single-threaded: the library's kernel is called straight from its dispatch cell.
 // After the runs a table of ns per element and of peer / library time ratios is printed.
 #include <benchmark/benchmark.h>
@@ -52,9 +53,11 @@ void run(benchmark::State& state, F&& f) {
   state.SetItemsProcessed(state.iterations() * n);
 }
 
+// The cell of this machine's variant, or of `variant` when it is given (the AVX2 cells run here
+// too when the machine has AVX-512).
 template <class T>
-void tvx_level(benchmark::State& state, int level) {
-  const int slot = tvx_kaz_variant_index() + 6 * (level - 1);
+void tvx_level(benchmark::State& state, int level, int variant = -1) {
+  const int slot = (variant < 0 ? tvx_kaz_variant_index() : variant) + 6 * (level - 1);
   if constexpr (sizeof(T) == 8) {
     run<T>(state, tvx_row_ln_d.kernels[slot]);
   } else {
@@ -86,6 +89,24 @@ void vec_s(benchmark::State& state, F f) {
   });
 }
 
+// The same at AVX2 width, for the AVX2 cells.
+template <class F>
+void vec_d4(benchmark::State& state, F f) {
+  run<double>(state, [f](int n, const double* a, double* r) {
+    int i = 0;
+    for (; i + 4 <= n; i += 4) _mm256_storeu_pd(r + i, f(_mm256_loadu_pd(a + i)));
+    for (; i < n; ++i) r[i] = std::log(a[i]);
+  });
+}
+template <class F>
+void vec_s8(benchmark::State& state, F f) {
+  run<float>(state, [f](int n, const float* a, float* r) {
+    int i = 0;
+    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, f(_mm256_loadu_ps(a + i)));
+    for (; i < n; ++i) r[i] = std::log(a[i]);
+  });
+}
+
 void register_all() {
   struct D {
     const char* name;
@@ -95,8 +116,13 @@ void register_all() {
       {"vdLn/tvx_LA", [](benchmark::State& s) { tvx_level<double>(s, 1); }},
       {"vdLn/tvx_HA", [](benchmark::State& s) { tvx_level<double>(s, 2); }},
       {"vdLn/tvx_EP", [](benchmark::State& s) { tvx_level<double>(s, 3); }},
+      {"vdLn/tvx_avx2_LA", [](benchmark::State& s) { tvx_level<double>(s, 1, 3); }},
+      {"vdLn/tvx_avx2_HA", [](benchmark::State& s) { tvx_level<double>(s, 2, 3); }},
+      {"vdLn/tvx_avx2_EP", [](benchmark::State& s) { tvx_level<double>(s, 3, 3); }},
       {"vdLn/sleef_u10", [](benchmark::State& s) { vec_d(s, Sleef_logd8_u10); }},
       {"vdLn/sleef_u35", [](benchmark::State& s) { vec_d(s, Sleef_logd8_u35); }},
+      {"vdLn/sleef_avx2_u10", [](benchmark::State& s) { vec_d4(s, Sleef_logd4_u10avx2); }},
+      {"vdLn/sleef_avx2_u35", [](benchmark::State& s) { vec_d4(s, Sleef_logd4_u35avx2); }},
       {"vdLn/libmvec", [](benchmark::State& s) { vec_d(s, _ZGVeN8v_log); }},
       {"vdLn/glibc_scalar",
        [](benchmark::State& s) {
@@ -107,8 +133,13 @@ void register_all() {
       {"vsLn/tvx_LA", [](benchmark::State& s) { tvx_level<float>(s, 1); }},
       {"vsLn/tvx_HA", [](benchmark::State& s) { tvx_level<float>(s, 2); }},
       {"vsLn/tvx_EP", [](benchmark::State& s) { tvx_level<float>(s, 3); }},
+      {"vsLn/tvx_avx2_LA", [](benchmark::State& s) { tvx_level<float>(s, 1, 3); }},
+      {"vsLn/tvx_avx2_HA", [](benchmark::State& s) { tvx_level<float>(s, 2, 3); }},
+      {"vsLn/tvx_avx2_EP", [](benchmark::State& s) { tvx_level<float>(s, 3, 3); }},
       {"vsLn/sleef_u10", [](benchmark::State& s) { vec_s(s, Sleef_logf16_u10); }},
       {"vsLn/sleef_u35", [](benchmark::State& s) { vec_s(s, Sleef_logf16_u35); }},
+      {"vsLn/sleef_avx2_u10", [](benchmark::State& s) { vec_s8(s, Sleef_logf8_u10avx2); }},
+      {"vsLn/sleef_avx2_u35", [](benchmark::State& s) { vec_s8(s, Sleef_logf8_u35avx2); }},
       {"vsLn/libmvec", [](benchmark::State& s) { vec_s(s, _ZGVeN16v_logf); }},
       {"vsLn/glibc_scalar",
        [](benchmark::State& s) {
@@ -142,12 +173,12 @@ class Collector : public benchmark::ConsoleReporter {
     for (const char* fn : {"vdLn", "vsLn"}) {
       std::printf("\n%s: CPU ns per element, single thread, variant %d\n", fn,
                   tvx_kaz_variant_index());
-      std::printf("%-14s", "");
+      std::printf("%-20s", "");
       for (long n : kSizes) std::printf("%12ld", n);
       std::printf("\n");
       for (const auto& [name, by_n] : ns_) {
         if (name.rfind(fn, 0) != 0) continue;
-        std::printf("%-14s", name.c_str() + 5);
+        std::printf("%-20s", name.c_str() + 5);
         for (long n : kSizes) {
           auto it = by_n.find(n);
           std::printf("%12.3f", it == by_n.end() ? 0.0 : it->second);
@@ -155,13 +186,13 @@ class Collector : public benchmark::ConsoleReporter {
         std::printf("\n");
       }
       std::printf("ratios peer time / library time (above 1: the library is faster)\n");
-      const std::pair<const char*, const char*> pairs[] = {{"tvx_HA", "sleef_u10"},
-                                                           {"tvx_LA", "sleef_u35"},
-                                                           {"tvx_EP", "sleef_u35"},
-                                                           {"tvx_HA", "libmvec"},
-                                                           {"tvx_HA", "glibc_scalar"}};
+      const std::pair<const char*, const char*> pairs[] = {
+          {"tvx_HA", "sleef_u10"},           {"tvx_LA", "sleef_u35"},
+          {"tvx_EP", "sleef_u35"},           {"tvx_HA", "libmvec"},
+          {"tvx_avx2_HA", "sleef_avx2_u10"}, {"tvx_avx2_LA", "sleef_avx2_u35"},
+          {"tvx_avx2_EP", "sleef_avx2_u35"}, {"tvx_HA", "glibc_scalar"}};
       for (const auto& [ours, peer] : pairs) {
-        std::printf("%-6s vs %-12s", ours, peer);
+        std::printf("%-11s vs %-15s", ours, peer);
         for (long n : kSizes) {
           const double a = at(std::string(fn) + "/" + ours, n);
           const double b = at(std::string(fn) + "/" + peer, n);

@@ -136,7 +136,9 @@ inline void stream(T* p, const vec<T>& v) {
   }
 #endif
 }
-inline void stream_fence() { _mm_sfence(); }
+inline void stream_fence() {
+  _mm_sfence();
+}
 
 // ---- bit masks of comparisons -------------------------------------------------------------------
 // Bit j set when lane j of m is true.
@@ -396,6 +398,27 @@ inline vec<T> horner(const vec<T>& x, const T (&c)[N]) {
   return acc;
 }
 
+// The same polynomial by Estrin's scheme, given x2 = x * x: neighbouring coefficients are paired
+// with x, the pairs with x^2, those with x^4 and so on. One multiply-add more than Horner for
+// some N, but the chain is about log2(N) steps long instead of N - 1, so the evaluations of
+// several registers overlap far better.
+template <class T, std::size_t N>
+inline vec<T> estrin(const vec<T>& x, const vec<T>& x2, const T (&c)[N]) {
+  constexpr std::size_t kPairs = (N + 1) / 2;
+  vec<T> v[kPairs];
+  for (std::size_t k = 0; k < kPairs; ++k) {
+    v[k] = 2 * k + 1 < N ? madd(vec<T>(c[2 * k + 1]), x, vec<T>(c[2 * k])) : vec<T>(c[2 * k]);
+  }
+  vec<T> power = x2;
+  for (std::size_t n = kPairs; n > 1;) {
+    for (std::size_t k = 0; k < n / 2; ++k) v[k] = madd(v[2 * k + 1], power, v[2 * k]);
+    if (n % 2 != 0) v[n / 2] = v[n - 1];
+    n = (n + 1) / 2;
+    if (n > 1) power = power * power;
+  }
+  return v[0];
+}
+
 // ---- AVX-512 specials for the logarithms -------------------------------------------------------
 #if TVX_VARIANT_ID == 5
 namespace avx512 {
@@ -415,6 +438,26 @@ inline vec<T> getmant_1_2(const vec<T>& x) {
     return vec<T>(_mm512_getmant_pd(x, _MM_MANT_NORM_1_2, _MM_MANT_SIGN_nan));
   } else {
     return vec<T>(_mm512_getmant_ps(x, _MM_MANT_NORM_1_2, _MM_MANT_SIGN_nan));
+  }
+}
+// The same two, with the lanes of `skip` set to 1 (significand) and 0 (exponent) without looking
+// at x there: one instruction each, and a wild lane raises nothing.
+template <class T>
+inline vec<T> getmant_1_2_except(const vec<T>& x, std::uint32_t skip) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_mask_getmant_pd(_mm512_set1_pd(1.0), static_cast<__mmask8>(~skip), x,
+                                         _MM_MANT_NORM_1_2, _MM_MANT_SIGN_nan));
+  } else {
+    return vec<T>(_mm512_mask_getmant_ps(_mm512_set1_ps(1.0f), static_cast<__mmask16>(~skip), x,
+                                         _MM_MANT_NORM_1_2, _MM_MANT_SIGN_nan));
+  }
+}
+template <class T>
+inline vec<T> getexp_except(const vec<T>& x, std::uint32_t skip) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_maskz_getexp_pd(static_cast<__mmask8>(~skip), x));
+  } else {
+    return vec<T>(_mm512_maskz_getexp_ps(static_cast<__mmask16>(~skip), x));
   }
 }
 // Reciprocal to 14 bits.
@@ -451,6 +494,15 @@ inline std::uint32_t fpclass(const vec<T>& x) {
     return _mm512_fpclass_pd_mask(x, kImm);
   } else {
     return _mm512_fpclass_ps_mask(x, kImm);
+  }
+}
+// a + b in the lanes where m is true, a elsewhere: one masked add.
+template <class T>
+inline vec<T> add_where(const mask<T>& m, const vec<T>& a, const vec<T>& b) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_mask_add_pd(a, static_cast<__mmask8>(m), a, b));
+  } else {
+    return vec<T>(_mm512_mask_add_ps(a, static_cast<__mmask16>(m), a, b));
   }
 }
 // 16-entry table lookup by the low four bits of each lane of idx (the lane's own width): for

@@ -189,7 +189,7 @@ inline int log_callout(T x, T* res) {
 // ================================================================================================
 
 // Result of a logarithm core, hi + lo: for HA the high sum and everything below it, for LA and
-// EP everything but the polynomial, and the polynomial.
+// EP the table and exponent term, and the reduced argument with the polynomial.
 template <class T>
 struct Parts {
   vec<T> hi, lo;
@@ -297,16 +297,17 @@ inline Parts<double> ln_core(const VD& u, const VD& e) {
     const VD t = load_one(kLnLa, (cb >> 40) - UD(1032ull << 12));
     // Re-centre: c above 1024/sqrt(2) means m below sqrt(2) * 2^-10.
     const VD n = big_e - simd::select(c > VD(724.0), VD(1023.0), VD(1022.0));
-    VD p;
+    VD q;
     if constexpr (L == Lv::kLA) {
-      p = simd::madd(simd::madd(VD(kP5[3]), rp, VD(kP5[2])), r2,
-                     simd::madd(VD(kP5[1]), rp, VD(kP5[0]))) *
-          r2;
+      q = simd::madd(simd::madd(VD(kP5[3]), rp, VD(kP5[2])), r2,
+                     simd::madd(VD(kP5[1]), rp, VD(kP5[0])));
     } else {
-      p = simd::madd(VD(kP5[1]), rp, VD(kP5[0])) * r2;
+      q = simd::madd(VD(kP5[1]), rp, VD(kP5[0]));
     }
-    if constexpr (kCorr) p = p + delta;
-    return {simd::madd(n, VD(kLn2), t) + r, p};
+    // r + r^2 q in one step (where fused), the table and exponent term added last.
+    VD lo = simd::madd(q, r2, r);
+    if constexpr (kCorr) lo = lo + delta;
+    return {simd::madd(n, VD(kLn2), t), lo};
   }
 }
 
@@ -439,12 +440,15 @@ inline vec<T> reg_lookup(const T* tab, const uvec<T>& idx) {
   return x5::lookup16(lo, hi, idx);
 }
 
-template <class T, Lv L, bool kCorr>
-inline Parts<T> ln_core_v5(const vec<T>& u, const vec<T>& e) {
+// ln u (ln(u + e) when kCorr); the lanes of `skip` compute ln 1 instead, whatever u holds there.
+// LA and EP return r in the high part when kKeepR (for Log10, whose product by log10(e) is
+// exact only for the high part), else in the low part.
+template <class T, Lv L, bool kCorr, bool kKeepR>
+inline Parts<T> ln_core_v5(const vec<T>& u, const vec<T>& e, std::uint32_t skip) {
   using V = vec<T>;
   using R = RegTables<T>;
-  const V m = x5::getmant_1_2(u);
-  V big_e = x5::getexp(u);
+  const V m = x5::getmant_1_2_except(u, skip);
+  V big_e = x5::getexp_except(u, skip);
   const V c = x5::roundscale<0x58>(x5::rcp14(m));  // five fraction bits, c in [1/2, 1]
   const V r = simd::fma(c, m, V(T(-1)));           // exact
   V delta(T(0)), rp = r;
@@ -454,35 +458,42 @@ inline Parts<T> ln_core_v5(const vec<T>& u, const vec<T>& e) {
   }
   const uvec<T> idx = simd::as_bits(c) >> R::idx_shift;
   // Below 3/4 the table holds -ln(2c) and the exponent takes the extra ln 2.
-  big_e = big_e + simd::select(c < V(T(0.75)), V(T(1)), V(T(0)));
+  big_e = x5::add_where(c < V(T(0.75)), big_e, V(T(1)));
   const V r2 = rp * rp;
-  V p;
+  V q;
   if constexpr (sizeof(T) == 8) {
-    p = L == Lv::kEP ? simd::horner(rp, kPd5) : simd::horner(rp, kPd9);
+    q = L == Lv::kEP ? simd::estrin(rp, r2, kPd5) : simd::estrin(rp, r2, kPd9);
   } else if constexpr (L == Lv::kHA) {
-    p = simd::horner(rp, kPf5);
+    q = simd::estrin(rp, r2, kPf5);
   } else if constexpr (L == Lv::kLA) {
-    p = simd::horner(rp, kPf4);
+    q = simd::estrin(rp, r2, kPf4);
   } else {
-    p = simd::horner(rp, kPf3);
+    q = simd::estrin(rp, r2, kPf3);
   }
-  p = p * r2;
   if constexpr (L == Lv::kHA) {
     const V a = simd::fma(big_e, V(R::ln2_hi), reg_lookup(R::hi, idx));  // exact
     const V b = simd::fma(big_e, V(R::ln2_lo), reg_lookup(R::lo, idx));
-    return ha_sum<T>(a, kCorr ? b + delta : b, r, p);
-  } else {
+    return ha_sum<T>(a, kCorr ? b + delta : b, r, q * r2);
+  } else if constexpr (kKeepR) {
+    // r joins the table term, so that only the polynomial is rounded in the low part.
+    V p = q * r2;
     if constexpr (kCorr) p = p + delta;
     return {simd::fma(big_e, V(R::ln2), reg_lookup(R::full, idx)) + r, p};
+  } else {
+    // r + r^2 q in one step, the table and exponent term added last.
+    V lo = simd::fma(q, r2, r);
+    if constexpr (kCorr) lo = lo + delta;
+    return {simd::fma(big_e, V(R::ln2), reg_lookup(R::full, idx)), lo};
   }
 }
 #endif
 
-// The core for a type and level on this variant.
-template <class T, Lv L, bool kCorr>
-inline Parts<T> core(const vec<T>& u, const vec<T>& e) {
+// The core for a type and level on this variant. Lanes of `skip` are bad lanes whose argument
+// the core may ignore; only variant 5 uses that (the others are given harmless stand-ins).
+template <class T, Lv L, bool kCorr, bool kKeepR = false>
+inline Parts<T> core(const vec<T>& u, const vec<T>& e, [[maybe_unused]] std::uint32_t skip) {
 #if TVX_VARIANT_ID == 5
-  return ln_core_v5<T, L, kCorr>(u, e);
+  return ln_core_v5<T, L, kCorr, kKeepR>(u, e, skip);
 #else
   if constexpr (sizeof(T) == 8) {
     return ln_core<L, kCorr>(u, e);
@@ -537,6 +548,9 @@ struct LogKernel {
   using V = vec<T>;
   static constexpr std::uint32_t kAll = (1u << simd::lanes<T>)-1u;
   static constexpr Env kEnv = Env::kMode;
+  // Two registers per block on AVX2 and AVX-512: their chains interleave and share one mask
+  // test. Four ran slower on AVX-512 (the polynomial's registers no longer fit).
+  static constexpr int kUnroll = TVX_VARIANT_ID >= 3 ? 2 : 1;
   static constexpr const char* kName = F == Fn::kLn      ? (sizeof(T) == 8 ? "vdLn" : "vsLn")
                                        : F == Fn::kLog10 ? (sizeof(T) == 8 ? "vdLog10" : "vsLog10")
                                                          : (sizeof(T) == 8 ? "vdLog1p" : "vsLog1p");
@@ -561,7 +575,18 @@ struct LogKernel {
     }
   }
 
-  // Zero and negative lanes settled in line, for the error mode that never reports.
+  // x for the range comparisons. The ordered comparisons of SSE raise invalid for a quiet NaN, so
+  // there NaN lanes are compared as +infinity, which every range check sends to the callout.
+  static V comparable(const V& x) {
+    if constexpr (TVX_VARIANT_ID <= 2) {
+      return simd::select(simd::is_nan(x), V(kInf<T>), x);
+    } else {
+      return x;
+    }
+  }
+
+  // Zero and negative lanes settled in line, for the error mode that never reports; x as
+  // comparable() gives it.
   static V settle_noerr(const V& x, const V& at, const V& y, std::uint32_t& bad) {
     const auto sing = x == at;
     const auto dom = x < at;
@@ -572,36 +597,45 @@ struct LogKernel {
 
   static V log(const V& x, std::uint32_t& bad, std::uint32_t mode) {
 #if TVX_VARIANT_ID == 5
-    // Denormals stay in the vector path unless they are to read as zero.
-    bad = daz(mode) ? x5::fpclass<0x7E, T>(x) : x5::fpclass<0x5E, T>(x);
-    const V xs = x5_blend(x, bad);
+    // Denormals stay in the vector path unless they are to read as zero. The two forms are
+    // separate so that each block runs one class test.
+    return daz(mode) ? log_v5<true>(x, bad, mode) : log_v5<false>(x, bad, mode);
 #else
+    const V xc = comparable(x);
     const auto ok =
-        (x >= V(std::numeric_limits<T>::min())) && (x <= V(std::numeric_limits<T>::max()));
+        (xc >= V(std::numeric_limits<T>::min())) && (xc <= V(std::numeric_limits<T>::max()));
     bad = ~simd::bits<T>(ok) & kAll;
     // Double lanes out of range are harmless in the bit arithmetic; single ones are replaced.
     const V xs = sizeof(T) == 8 ? x : simd::select(ok, x, V(T(1)));
-#endif
     V y;
-#if TVX_VARIANT_ID != 5
     if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
       y = ha_f<F == Fn::kLog10, false>(xs, V(T(0)));
     } else {
-      y = finish(core<T, L, false>(xs, V(T(0))));
+      y = finish(core<T, L, false>(xs, V(T(0)), 0));
     }
-#else
-    y = finish(core<T, L, false>(xs, V(T(0))));
+    if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(0)), y, bad);
+    return y;
 #endif
+  }
+
+#if TVX_VARIANT_ID == 5
+  template <bool kDaz>
+  static V log_v5(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+    // Zero, negative, infinite (and denormal under kDaz) lanes; the core skips them.
+    bad = kDaz ? x5::fpclass<0x7E, T>(x) : x5::fpclass<0x5E, T>(x);
+    V y = finish(core<T, L, false, F == Fn::kLog10>(x, V(T(0)), bad));
     if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(0)), y, bad);
     return y;
   }
+#endif
 
   static V log1p(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     constexpr T kNearM1 = sizeof(T) == 8 ? T(-0x1.fffffffffffffp-1) : T(-0x1.fffffep-1);
     constexpr T kHuge = sizeof(T) == 8 ? T(bd(0x7F3FFFFFFFFFF000ull)) : T(bf(0x7E7FFFFFu));
     constexpr T kTiny = sizeof(T) == 8 ? T(0x1p-57) : T(0x1p-30);
-    const V ax = simd::abs(x);
-    const auto ok = (x > V(kNearM1)) && (ax <= V(kHuge));
+    const V xc = comparable(x);
+    const V ax = simd::abs(xc);
+    const auto ok = (xc > V(kNearM1)) && (ax <= V(kHuge));
     bad = ~simd::bits<T>(ok) & kAll;
     const auto tiny = ax < V(kTiny);
     // Out-of-range and tiny lanes compute on a harmless stand-in.
@@ -614,26 +648,16 @@ struct LogKernel {
     if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
       y = ha_f<false, true>(u, e);
     } else {
-      y = finish(core<T, L, true>(u, e));
+      y = finish(core<T, L, true>(u, e, 0));
     }
 #else
-    y = finish(core<T, L, true>(u, e));
+    y = finish(core<T, L, true>(u, e, 0));
 #endif
     // log1p x = x below the tiny bound; the product reads a denormal as zero when asked to.
     y = simd::select(tiny, x * opaque(V(T(1))), y);
-    if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(-1)), y, bad);
+    if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(-1)), y, bad);
     return y;
   }
-
-#if TVX_VARIANT_ID == 5
-  static V x5_blend(const V& x, std::uint32_t bad) {
-    if constexpr (sizeof(T) == 8) {
-      return V(_mm512_mask_blend_pd(static_cast<__mmask8>(bad), x, _mm512_set1_pd(1.0)));
-    } else {
-      return V(_mm512_mask_blend_ps(static_cast<__mmask16>(bad), x, _mm512_set1_ps(1.0f)));
-    }
-  }
-#endif
 };
 
 }  // namespace
