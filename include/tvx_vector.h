@@ -32,8 +32,14 @@ extern "C" {
 #endif
 
 /* Complex element types: real part first, as in C99 _Complex and std::complex. */
-typedef struct { float real; float imag; } TvxComplex8;
-typedef struct { double real; double imag; } TvxComplex16;
+typedef struct {
+  float real;
+  float imag;
+} TvxComplex8;
+typedef struct {
+  double real;
+  double imag;
+} TvxComplex16;
 
 /* ---- Mode word --------------------------------------------------------------------------- */
 #define KAZ_LA 0x00000001u
@@ -124,6 +130,7 @@ TVX_API KazErrorCallBack kazclearerrorcallback(void);
 /* ---- Vector functions -------------------------------------------------------------------- */
 /* The block below is generated from vector/frame/functions.def by tools/gen_vector_header.py;
  * a test fails when it is out of date. Do not edit it by hand. */
+/* clang-format off */
 /* BEGIN GENERATED VECTOR DECLARATIONS */
 TVX_API void vdAdd(int n, const double* a, const double* b, double* r);
 TVX_API void vmdAdd(int n, const double* a, const double* b, double* r, unsigned int mode);
@@ -286,6 +293,7 @@ TVX_API void vmsLog1p(int n, const float* a, float* r, unsigned int mode);
 TVX_API void vslog1p(const int* n, const float* a, float* r);
 TVX_API void vmslog1p(const int* n, const float* a, float* r, const unsigned int* mode);
 /* END GENERATED VECTOR DECLARATIONS */
+/* clang-format on */
 
 #ifdef __cplusplus
 }

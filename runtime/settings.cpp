@@ -163,7 +163,8 @@ CpuSet parse_cpu_list(const char* s) {
       hi = std::strtol(p + 1, &end, 10);
       p = end;
     }
-    for (long c = lo < 0 ? 0 : lo; c <= hi && c < kMaxCpus; ++c) cpus.set(static_cast<std::size_t>(c));
+    for (long c = lo < 0 ? 0 : lo; c <= hi && c < kMaxCpus; ++c)
+      cpus.set(static_cast<std::size_t>(c));
     while (*p == ',' || *p == '\n' || *p == ' ') ++p;
   }
   return cpus;
@@ -199,7 +200,8 @@ void read_topology() {
       std::snprintf(path, sizeof path, "/sys/devices/system/cpu/cpu%d/topology/core_id", c);
       if (read_small_file(path, buf, sizeof buf)) core = std::strtol(buf, nullptr, 10);
       bool seen = false;
-      for (int k = 0; k < core_count && !seen; ++k) seen = cores[k] == std::make_pair(package, core);
+      for (int k = 0; k < core_count && !seen; ++k)
+        seen = cores[k] == std::make_pair(package, core);
       if (!seen) cores[core_count++] = {package, core};
     }
     t.core_count = core_count;

@@ -20,8 +20,8 @@ using MpfrUnary = int (*)(mpfr_ptr, mpfr_srcptr, mpfr_rnd_t);
 template <class T>
 inline double ulp_error(MpfrUnary f, double x, double computed) {
   constexpr int kPrec = 200;
-  constexpr int kDigits = std::numeric_limits<T>::digits;             // 53 or 24
-  constexpr int kMinExp = std::numeric_limits<T>::min_exponent - 1;   // -1022 or -126
+  constexpr int kDigits = std::numeric_limits<T>::digits;            // 53 or 24
+  constexpr int kMinExp = std::numeric_limits<T>::min_exponent - 1;  // -1022 or -126
   mpfr_t mx, exact, diff;
   mpfr_inits2(kPrec, mx, exact, diff, static_cast<mpfr_ptr>(nullptr));
   mpfr_set_d(mx, x, MPFR_RNDN);

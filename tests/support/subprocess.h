@@ -48,7 +48,8 @@ inline ChildResult run_in_child(const std::vector<std::pair<std::string, const c
   ChildResult result;
   char buf[4096];
   ssize_t got;
-  while ((got = read(fds[0], buf, sizeof buf)) > 0) result.out.append(buf, static_cast<size_t>(got));
+  while ((got = read(fds[0], buf, sizeof buf)) > 0)
+    result.out.append(buf, static_cast<size_t>(got));
   close(fds[0]);
   int status = 0;
   waitpid(pid, &status, 0);

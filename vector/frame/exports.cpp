@@ -13,47 +13,47 @@ using tvx::frame::dispatch_mode;
 #define TVX_ROW(lname, t) tvx_row_##lname##_##t
 
 // one in, one out: n 1, a 2, r 3
-#define TVX_EXPORT_v_v(Name, lname, t, fl)                                                       \
-  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_T_##t* r) {                 \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                          \
-      dispatch(TVX_ROW(lname, t), fl, n, a, r);                                                 \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, TVX_T_##t* r,                  \
-                                      unsigned int mode) {                                      \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                          \
-      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, r);                                      \
-  }                                                                                             \
-  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, TVX_T_##t* r) {         \
-    v##t##Name(*n, a, r);                                                                       \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, TVX_T_##t* r,          \
-                                       const unsigned int* mode) {                              \
-    vm##t##Name(*n, a, r, *mode);                                                               \
+#define TVX_EXPORT_v_v(Name, lname, t, fl)                                              \
+  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_T_##t* r) {         \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                  \
+      dispatch(TVX_ROW(lname, t), fl, n, a, r);                                         \
+  }                                                                                     \
+  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, TVX_T_##t* r,          \
+                                      unsigned int mode) {                              \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                  \
+      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, r);                              \
+  }                                                                                     \
+  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, TVX_T_##t* r) { \
+    v##t##Name(*n, a, r);                                                               \
+  }                                                                                     \
+  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, TVX_T_##t* r,  \
+                                       const unsigned int* mode) {                      \
+    vm##t##Name(*n, a, r, *mode);                                                       \
   }
 
 // two in, one out: n 1, a 2, b 3, r 4
-#define TVX_EXPORT_vv_v(Name, lname, t, fl)                                                      \
-  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b,             \
-                                     TVX_T_##t* r) {                                            \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 4}}))               \
-      dispatch(TVX_ROW(lname, t), fl, n, a, b, r);                                              \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b,            \
-                                      TVX_T_##t* r, unsigned int mode) {                        \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 4}}))               \
-      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, b, r);                                   \
-  }                                                                                             \
-  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,     \
-                                      TVX_T_##t* r) {                                           \
-    v##t##Name(*n, a, b, r);                                                                    \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,    \
-                                       TVX_T_##t* r, const unsigned int* mode) {                \
-    vm##t##Name(*n, a, b, r, *mode);                                                            \
+#define TVX_EXPORT_vv_v(Name, lname, t, fl)                                                        \
+  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b,                \
+                                     TVX_T_##t* r) {                                               \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 4}}))                  \
+      dispatch(TVX_ROW(lname, t), fl, n, a, b, r);                                                 \
+  }                                                                                                \
+  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b, TVX_T_##t* r, \
+                                      unsigned int mode) {                                         \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 4}}))                  \
+      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, b, r);                                      \
+  }                                                                                                \
+  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,        \
+                                      TVX_T_##t* r) {                                              \
+    v##t##Name(*n, a, b, r);                                                                       \
+  }                                                                                                \
+  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,       \
+                                       TVX_T_##t* r, const unsigned int* mode) {                   \
+    vm##t##Name(*n, a, b, r, *mode);                                                               \
   }
 
 // one in, two out: n 1, a 2, r1 and r2 both 3
-#define TVX_EXPORT_v_vv(Name, lname, t, fl)                                                      \
+#define TVX_EXPORT_v_vv(Name, lname, t, fl)                                                     \
   extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_T_##t* r1, TVX_T_##t* r2) { \
     if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r1, 3}, Arg{r2, 3}}))             \
       dispatch(TVX_ROW(lname, t), fl, n, a, r1, r2);                                            \
@@ -77,90 +77,92 @@ using tvx::frame::dispatch_mode;
 #define TVX_VS_ARG_s(b) b
 #define TVX_VS_ARG_d(b) b
 #define TVX_VS_ARG_c(b) b
-#define TVX_VS_ARG_z(b) tvx::frame::Fixed<const TvxComplex16*>{&b}
+#define TVX_VS_ARG_z(b)                    \
+  tvx::frame::Fixed<const TvxComplex16*> { \
+    &b                                     \
+  }
 
 // vector and scalar: n 1, a 2, r 4; the scalar is not checked
-#define TVX_EXPORT_vs_v(Name, lname, t, fl)                                                      \
-  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_T_##t b, TVX_T_##t* r) {    \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 4}}))                          \
-      dispatch(TVX_ROW(lname, t), fl, n, a, TVX_VS_ARG_##t(b), r);                              \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, TVX_T_##t b, TVX_T_##t* r,     \
-                                      unsigned int mode) {                                      \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 4}}))                          \
-      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, TVX_VS_ARG_##t(b), r);                   \
-  }                                                                                             \
-  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,     \
-                                      TVX_T_##t* r) {                                           \
-    v##t##Name(*n, a, *b, r);                                                                   \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,    \
-                                       TVX_T_##t* r, const unsigned int* mode) {                \
-    vm##t##Name(*n, a, *b, r, *mode);                                                           \
+#define TVX_EXPORT_vs_v(Name, lname, t, fl)                                                  \
+  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_T_##t b, TVX_T_##t* r) { \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 4}}))                       \
+      dispatch(TVX_ROW(lname, t), fl, n, a, TVX_VS_ARG_##t(b), r);                           \
+  }                                                                                          \
+  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, TVX_T_##t b, TVX_T_##t* r,  \
+                                      unsigned int mode) {                                   \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 4}}))                       \
+      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, TVX_VS_ARG_##t(b), r);                \
+  }                                                                                          \
+  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,  \
+                                      TVX_T_##t* r) {                                        \
+    v##t##Name(*n, a, *b, r);                                                                \
+  }                                                                                          \
+  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b, \
+                                       TVX_T_##t* r, const unsigned int* mode) {             \
+    vm##t##Name(*n, a, *b, r, *mode);                                                        \
   }
 
 // fractional linear: n 1, a 2, b 3, r 8; the four scalars are not checked
-#define TVX_EXPORT_lfrac(Name, lname, t, fl)                                                     \
-  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b,             \
-                                     TVX_T_##t sa, TVX_T_##t ha, TVX_T_##t sb, TVX_T_##t hb,    \
-                                     TVX_T_##t* r) {                                            \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 8}}))               \
-      dispatch(TVX_ROW(lname, t), fl, n, a, b, sa, ha, sb, hb, r);                              \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b,            \
-                                      TVX_T_##t sa, TVX_T_##t ha, TVX_T_##t sb, TVX_T_##t hb,   \
-                                      TVX_T_##t* r, unsigned int mode) {                        \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 8}}))               \
-      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, b, sa, ha, sb, hb, r);                   \
-  }                                                                                             \
-  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,     \
-                                      const TVX_T_##t* sa, const TVX_T_##t* ha,                 \
-                                      const TVX_T_##t* sb, const TVX_T_##t* hb, TVX_T_##t* r) { \
-    v##t##Name(*n, a, b, *sa, *ha, *sb, *hb, r);                                                \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,    \
-                                       const TVX_T_##t* sa, const TVX_T_##t* ha,                \
-                                       const TVX_T_##t* sb, const TVX_T_##t* hb, TVX_T_##t* r,  \
-                                       const unsigned int* mode) {                              \
-    vm##t##Name(*n, a, b, *sa, *ha, *sb, *hb, r, *mode);                                        \
+#define TVX_EXPORT_lfrac(Name, lname, t, fl)                                                       \
+  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b, TVX_T_##t sa,  \
+                                     TVX_T_##t ha, TVX_T_##t sb, TVX_T_##t hb, TVX_T_##t* r) {     \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 8}}))                  \
+      dispatch(TVX_ROW(lname, t), fl, n, a, b, sa, ha, sb, hb, r);                                 \
+  }                                                                                                \
+  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, const TVX_T_##t* b, TVX_T_##t sa, \
+                                      TVX_T_##t ha, TVX_T_##t sb, TVX_T_##t hb, TVX_T_##t* r,      \
+                                      unsigned int mode) {                                         \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{b, 3}, Arg{r, 8}}))                  \
+      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, b, sa, ha, sb, hb, r);                      \
+  }                                                                                                \
+  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,        \
+                                      const TVX_T_##t* sa, const TVX_T_##t* ha,                    \
+                                      const TVX_T_##t* sb, const TVX_T_##t* hb, TVX_T_##t* r) {    \
+    v##t##Name(*n, a, b, *sa, *ha, *sb, *hb, r);                                                   \
+  }                                                                                                \
+  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, const TVX_T_##t* b,       \
+                                       const TVX_T_##t* sa, const TVX_T_##t* ha,                   \
+                                       const TVX_T_##t* sb, const TVX_T_##t* hb, TVX_T_##t* r,     \
+                                       const unsigned int* mode) {                                 \
+    vm##t##Name(*n, a, b, *sa, *ha, *sb, *hb, r, *mode);                                           \
   }
 
 // complex to real: n 1, a 2, r 3
-#define TVX_EXPORT_c_r(Name, lname, t, fl)                                                       \
-  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_R_##t* r) {                 \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                          \
-      dispatch(TVX_ROW(lname, t), fl, n, a, r);                                                 \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, TVX_R_##t* r,                  \
-                                      unsigned int mode) {                                      \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                          \
-      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, r);                                      \
-  }                                                                                             \
-  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, TVX_R_##t* r) {         \
-    v##t##Name(*n, a, r);                                                                       \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, TVX_R_##t* r,          \
-                                       const unsigned int* mode) {                              \
-    vm##t##Name(*n, a, r, *mode);                                                               \
+#define TVX_EXPORT_c_r(Name, lname, t, fl)                                              \
+  extern "C" TVX_API void v##t##Name(int n, const TVX_T_##t* a, TVX_R_##t* r) {         \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                  \
+      dispatch(TVX_ROW(lname, t), fl, n, a, r);                                         \
+  }                                                                                     \
+  extern "C" TVX_API void vm##t##Name(int n, const TVX_T_##t* a, TVX_R_##t* r,          \
+                                      unsigned int mode) {                              \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                  \
+      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, r);                              \
+  }                                                                                     \
+  extern "C" TVX_API void v##t##lname(const int* n, const TVX_T_##t* a, TVX_R_##t* r) { \
+    v##t##Name(*n, a, r);                                                               \
+  }                                                                                     \
+  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_T_##t* a, TVX_R_##t* r,  \
+                                       const unsigned int* mode) {                      \
+    vm##t##Name(*n, a, r, *mode);                                                       \
   }
 
 // real to complex: n 1, a 2, r 3
-#define TVX_EXPORT_r_c(Name, lname, t, fl)                                                       \
-  extern "C" TVX_API void v##t##Name(int n, const TVX_R_##t* a, TVX_T_##t* r) {                 \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                          \
-      dispatch(TVX_ROW(lname, t), fl, n, a, r);                                                 \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##Name(int n, const TVX_R_##t* a, TVX_T_##t* r,                  \
-                                      unsigned int mode) {                                      \
-    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                          \
-      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, r);                                      \
-  }                                                                                             \
-  extern "C" TVX_API void v##t##lname(const int* n, const TVX_R_##t* a, TVX_T_##t* r) {         \
-    v##t##Name(*n, a, r);                                                                       \
-  }                                                                                             \
-  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_R_##t* a, TVX_T_##t* r,          \
-                                       const unsigned int* mode) {                              \
-    vm##t##Name(*n, a, r, *mode);                                                               \
+#define TVX_EXPORT_r_c(Name, lname, t, fl)                                              \
+  extern "C" TVX_API void v##t##Name(int n, const TVX_R_##t* a, TVX_T_##t* r) {         \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                  \
+      dispatch(TVX_ROW(lname, t), fl, n, a, r);                                         \
+  }                                                                                     \
+  extern "C" TVX_API void vm##t##Name(int n, const TVX_R_##t* a, TVX_T_##t* r,          \
+                                      unsigned int mode) {                              \
+    if (check_arguments(TVX_NAME(t, Name), n, {Arg{a, 2}, Arg{r, 3}}))                  \
+      dispatch_mode(TVX_ROW(lname, t), fl, mode, n, a, r);                              \
+  }                                                                                     \
+  extern "C" TVX_API void v##t##lname(const int* n, const TVX_R_##t* a, TVX_T_##t* r) { \
+    v##t##Name(*n, a, r);                                                               \
+  }                                                                                     \
+  extern "C" TVX_API void vm##t##lname(const int* n, const TVX_R_##t* a, TVX_T_##t* r,  \
+                                       const unsigned int* mode) {                      \
+    vm##t##Name(*n, a, r, *mode);                                                       \
   }
 
 #define TVX_VFN(Name, lname, t, cls, flags, cells, costs) TVX_EXPORT_##cls(Name, lname, t, flags)

@@ -50,26 +50,39 @@ constexpr std::uint32_t kMergedFields[5] = {KAZ_ACCURACY_MASK, KAZ_ERRMODE_MASK,
 
 int errno_of(int code) {
   switch (code) {
-    case 0: return 0;
-    case KAZ_STATUS_BADSIZE: return 22;
-    case KAZ_STATUS_BADMEM: return 13;
-    case KAZ_STATUS_ERRDOM: return 33;
+    case 0:
+      return 0;
+    case KAZ_STATUS_BADSIZE:
+      return 22;
+    case KAZ_STATUS_BADMEM:
+      return 13;
+    case KAZ_STATUS_ERRDOM:
+      return 33;
     case KAZ_STATUS_SING:
     case KAZ_STATUS_OVERFLOW:
-    case KAZ_STATUS_UNDERFLOW: return 34;
-    default: return 14;
+    case KAZ_STATUS_UNDERFLOW:
+      return 34;
+    default:
+      return 14;
   }
 }
 
 int status_message(int code) {
   switch (code) {
-    case KAZ_STATUS_BADSIZE: return 748;
-    case KAZ_STATUS_BADMEM: return 749;
-    case KAZ_STATUS_ERRDOM: return 750;
-    case KAZ_STATUS_SING: return 751;
-    case KAZ_STATUS_OVERFLOW: return 752;
-    case KAZ_STATUS_UNDERFLOW: return 753;
-    default: return 754;
+    case KAZ_STATUS_BADSIZE:
+      return 748;
+    case KAZ_STATUS_BADMEM:
+      return 749;
+    case KAZ_STATUS_ERRDOM:
+      return 750;
+    case KAZ_STATUS_SING:
+      return 751;
+    case KAZ_STATUS_OVERFLOW:
+      return 752;
+    case KAZ_STATUS_UNDERFLOW:
+      return 753;
+    default:
+      return 754;
   }
 }
 
@@ -94,11 +107,20 @@ void raise_x87(int code) {
   if (mode & KAZ_TRAP_UNDERFLOW) unmask |= 0x10;
   std::uint16_t flag = 0;
   switch (code) {
-    case KAZ_STATUS_ERRDOM: flag = 0x01; break;
-    case KAZ_STATUS_SING: flag = 0x04; break;
-    case KAZ_STATUS_OVERFLOW: flag = 0x08; break;
-    case KAZ_STATUS_UNDERFLOW: flag = 0x10; break;
-    default: break;
+    case KAZ_STATUS_ERRDOM:
+      flag = 0x01;
+      break;
+    case KAZ_STATUS_SING:
+      flag = 0x04;
+      break;
+    case KAZ_STATUS_OVERFLOW:
+      flag = 0x08;
+      break;
+    case KAZ_STATUS_UNDERFLOW:
+      flag = 0x10;
+      break;
+    default:
+      break;
   }
   X87Env saved;
   asm volatile("fnstenv %0" : "=m"(saved));
@@ -148,8 +170,12 @@ void default_action(const kaz_error_record& rec, std::uint32_t mode) {
 }
 
 // Element access for the report path: real and complex element types widened to double.
-inline void widen(float v, double* re, double*) { *re = v; }
-inline void widen(double v, double* re, double*) { *re = v; }
+inline void widen(float v, double* re, double*) {
+  *re = v;
+}
+inline void widen(double v, double* re, double*) {
+  *re = v;
+}
 inline void widen(const TvxComplex8& v, double* re, double* im) {
   *re = v.real;
   *im = v.imag;
@@ -158,8 +184,12 @@ inline void widen(const TvxComplex16& v, double* re, double* im) {
   *re = v.real;
   *im = v.imag;
 }
-inline void narrow(float* d, double re, double) { *d = static_cast<float>(re); }
-inline void narrow(double* d, double re, double) { *d = re; }
+inline void narrow(float* d, double re, double) {
+  *d = static_cast<float>(re);
+}
+inline void narrow(double* d, double re, double) {
+  *d = re;
+}
 inline void narrow(TvxComplex8* d, double re, double im) {
   d->real = static_cast<float>(re);
   d->imag = static_cast<float>(im);
@@ -183,8 +213,8 @@ void report(int code, int i, const T* a1, long inca1, const T* a2, long inca2, T
   rec.code = code;
   rec.index = i;
   if (tb->element_base != nullptr && a1 != nullptr) {
-    const auto distance = reinterpret_cast<const char*>(a1) -
-                          static_cast<const char*>(tb->element_base);
+    const auto distance =
+        reinterpret_cast<const char*>(a1) - static_cast<const char*>(tb->element_base);
     rec.index = static_cast<int>(i + distance / static_cast<long>(sizeof(T)));
   }
   int len = 0;
@@ -220,7 +250,9 @@ void report(int code, int i, const T* a1, long inca1, const T* a2, long inca2, T
 
 extern "C" {
 
-kaz_thread_block* tvx_kaz_thread_block(void) { return &t_block; }
+kaz_thread_block* tvx_kaz_thread_block(void) {
+  return &t_block;
+}
 
 std::int64_t tvx_kaz_mode_parse(const char* text) {
   constexpr int kBuffer = 256;
@@ -277,7 +309,9 @@ unsigned int kazGetMode(void) {
   tb->mode = word;
   return word;
 }
-unsigned int kazgetmode(void) { return kazGetMode(); }
+unsigned int kazgetmode(void) {
+  return kazGetMode();
+}
 
 unsigned int kazSetMode(unsigned int mode) {
   const std::uint32_t old = kazGetMode();
@@ -288,18 +322,30 @@ unsigned int kazSetMode(unsigned int mode) {
   t_block.mode = word;
   return old;
 }
-unsigned int kazsetmode(const unsigned int* mode) { return kazSetMode(*mode); }
+unsigned int kazsetmode(const unsigned int* mode) {
+  return kazSetMode(*mode);
+}
 
 int kazSetErrStatus(int status) {
   const int old = t_block.status;
   t_block.status = status;
   return old;
 }
-int kazseterrstatus(const int* status) { return kazSetErrStatus(*status); }
-int kazGetErrStatus(void) { return t_block.status; }
-int kazgeterrstatus(void) { return kazGetErrStatus(); }
-int kazClearErrStatus(void) { return kazSetErrStatus(0); }
-int kazclearerrstatus(void) { return kazClearErrStatus(); }
+int kazseterrstatus(const int* status) {
+  return kazSetErrStatus(*status);
+}
+int kazGetErrStatus(void) {
+  return t_block.status;
+}
+int kazgeterrstatus(void) {
+  return kazGetErrStatus();
+}
+int kazClearErrStatus(void) {
+  return kazSetErrStatus(0);
+}
+int kazclearerrstatus(void) {
+  return kazClearErrStatus();
+}
 
 KazErrorCallBack kazSetErrorCallBack(KazErrorCallBack callback) {
   kaz_thread_block* tb = &t_block;
@@ -313,17 +359,29 @@ KazErrorCallBack kazSetErrorCallBack(KazErrorCallBack callback) {
 KazErrorCallBack kazseterrorcallback(KazErrorCallBack callback) {
   return kazSetErrorCallBack(callback);
 }
-KazErrorCallBack kazGetErrorCallBack(void) { return t_block.callback; }
-KazErrorCallBack kazgeterrorcallback(void) { return kazGetErrorCallBack(); }
-KazErrorCallBack kazClearErrorCallBack(void) { return kazSetErrorCallBack(nullptr); }
-KazErrorCallBack kazclearerrorcallback(void) { return kazClearErrorCallBack(); }
+KazErrorCallBack kazGetErrorCallBack(void) {
+  return t_block.callback;
+}
+KazErrorCallBack kazgeterrorcallback(void) {
+  return kazGetErrorCallBack();
+}
+KazErrorCallBack kazClearErrorCallBack(void) {
+  return kazSetErrorCallBack(nullptr);
+}
+KazErrorCallBack kazclearerrorcallback(void) {
+  return kazClearErrorCallBack();
+}
 
 int tvx_kaz_table_slot(int variant_index) {
   return variant_index + static_cast<int>(kazGetMode() & KAZ_ACCURACY_MASK) * 6 - 6;
 }
 
-const void* kaz_get_element_base(void) { return t_block.element_base; }
-void kaz_set_element_base(const void* base) { t_block.element_base = base; }
+const void* kaz_get_element_base(void) {
+  return t_block.element_base;
+}
+void kaz_set_element_base(const void* base) {
+  t_block.element_base = base;
+}
 
 void kaz_report_s(int code, int i, const float* a1, const float* a2, float* r1, float* r2,
                   const char* name) {
@@ -337,8 +395,8 @@ void kaz_report_c(int code, int i, const TvxComplex8* a1, const TvxComplex8* a2,
                   TvxComplex8* r2, const char* name) {
   report<TvxComplex8>(code, i, a1, 1, a2, 1, r1, 1, r2, 1, name);
 }
-void kaz_report_z(int code, int i, const TvxComplex16* a1, const TvxComplex16* a2,
-                  TvxComplex16* r1, TvxComplex16* r2, const char* name) {
+void kaz_report_z(int code, int i, const TvxComplex16* a1, const TvxComplex16* a2, TvxComplex16* r1,
+                  TvxComplex16* r2, const char* name) {
   report<TvxComplex16>(code, i, a1, 1, a2, 1, r1, 1, r2, 1, name);
 }
 void kaz_report_si(int code, int i, const float* a1, int inca1, const float* a2, int inca2,

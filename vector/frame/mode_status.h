@@ -38,8 +38,8 @@ void kaz_report_d(int code, int i, const double* a1, const double* a2, double* r
                   const char* name);
 void kaz_report_c(int code, int i, const TvxComplex8* a1, const TvxComplex8* a2, TvxComplex8* r1,
                   TvxComplex8* r2, const char* name);
-void kaz_report_z(int code, int i, const TvxComplex16* a1, const TvxComplex16* a2,
-                  TvxComplex16* r1, TvxComplex16* r2, const char* name);
+void kaz_report_z(int code, int i, const TvxComplex16* a1, const TvxComplex16* a2, TvxComplex16* r1,
+                  TvxComplex16* r2, const char* name);
 void kaz_report_si(int code, int i, const float* a1, int inca1, const float* a2, int inca2,
                    float* r1, int incr1, float* r2, int incr2, const char* name);
 void kaz_report_di(int code, int i, const double* a1, int inca1, const double* a2, int inca2,
