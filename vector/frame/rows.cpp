@@ -4,14 +4,15 @@
 
 // Declarations of every kernel a row names (repeats are harmless).
 #define TVX_KD(cls, t, lname, c) extern "C" TVX_KDECL_##cls(t, kaz_##lname##_##t##_##c);
+// clang-format off
 #define TVX_KDECLS_(cls, t, lname, c0, c1, c2, c3, c4, c5, c6, c7, c8, c9, c10, c11, c12, c13, \
                     c14)                                                                       \
-  TVX_KD(cls, t, lname, c0)                                                                    \
-  TVX_KD(cls, t, lname, c1) TVX_KD(cls, t, lname, c2) TVX_KD(cls, t, lname, c3)                \
-      TVX_KD(cls, t, lname, c4) TVX_KD(cls, t, lname, c5) TVX_KD(cls, t, lname, c6)            \
-          TVX_KD(cls, t, lname, c7) TVX_KD(cls, t, lname, c8) TVX_KD(cls, t, lname, c9)        \
-              TVX_KD(cls, t, lname, c10) TVX_KD(cls, t, lname, c11) TVX_KD(cls, t, lname, c12) \
-                  TVX_KD(cls, t, lname, c13) TVX_KD(cls, t, lname, c14)
+  TVX_KD(cls, t, lname, c0) TVX_KD(cls, t, lname, c1) TVX_KD(cls, t, lname, c2)                \
+  TVX_KD(cls, t, lname, c3) TVX_KD(cls, t, lname, c4) TVX_KD(cls, t, lname, c5)                \
+  TVX_KD(cls, t, lname, c6) TVX_KD(cls, t, lname, c7) TVX_KD(cls, t, lname, c8)                \
+  TVX_KD(cls, t, lname, c9) TVX_KD(cls, t, lname, c10) TVX_KD(cls, t, lname, c11)              \
+  TVX_KD(cls, t, lname, c12) TVX_KD(cls, t, lname, c13) TVX_KD(cls, t, lname, c14)
+// clang-format on
 #define TVX_KDECLS(...) TVX_KDECLS_(__VA_ARGS__)
 
 #define TVX_VFN(Name, lname, t, cls, flags, cells, costs) \
