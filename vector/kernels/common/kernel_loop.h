@@ -150,6 +150,21 @@ inline void put(T* p, const simd::vec<T>& v) {
 // (the scalar of the vector-and-scalar class, the prepared scalars of LinearFrac) that reach
 // K::vector and K::callout unchanged, between the element arguments and the outputs.
 
+// The `count` elements of a block at p as one register: a full load, or a partial one padded
+// with the filler; and the way back.
+template <class T>
+inline simd::vec<T> load_block(const T* p, int count) {
+  return count == simd::lanes<T> ? simd::loadu(p) : simd::load_partial(p, count, kFiller<T>);
+}
+template <class T>
+inline void store_block(T* p, const simd::vec<T>& v, int count) {
+  if (count == simd::lanes<T>) {
+    simd::storeu(p, v);
+  } else {
+    simd::store_partial(p, v, count);
+  }
+}
+
 // ---- one in, one out ----------------------------------------------------------------------------
 // Results of one register whose mask has bad lanes: callouts in ascending lane order, one report
 // per non-zero status, then the register written out (count lanes).
@@ -184,16 +199,12 @@ inline void block_v_v(const typename K::T* a, typename K::T* r, int i, int count
   using T = typename K::T;
   using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
-  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
+  const V x = load_block(a + i, count);
   std::uint32_t bad = 0;
   V y = K::vector(x, ctx..., bad, mode);
   if (count < L) bad &= (1u << count) - 1u;
   if (bad == 0) {
-    if (count == L) {
-      simd::storeu(r + i, y);
-    } else {
-      simd::store_partial(r + i, y, count);
-    }
+    store_block(r + i, y, count);
     return;
   }
   settle_v_v<K>(a, r, i, count, x, y, bad, ctx...);
@@ -345,17 +356,13 @@ inline void block_vv_v(const typename K::T* a, const typename K::T* b, typename 
   using T = typename K::T;
   using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
-  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
-  const V z = count == L ? simd::loadu(b + i) : simd::load_partial(b + i, count, kFiller<T>);
+  const V x = load_block(a + i, count);
+  const V z = load_block(b + i, count);
   std::uint32_t bad = 0;
   V y = K::vector(x, z, ctx..., bad, mode);
   if (count < L) bad &= (1u << count) - 1u;
   if (bad == 0) {
-    if (count == L) {
-      simd::storeu(r + i, y);
-    } else {
-      simd::store_partial(r + i, y, count);
-    }
+    store_block(r + i, y, count);
     return;
   }
   settle_vv_v<K>(a, b, r, i, count, x, z, y, bad, ctx...);
@@ -425,19 +432,14 @@ inline void block_v_vv(const typename K::T* a, typename K::T* r1, typename K::T*
   using T = typename K::T;
   using V = simd::vec<T>;
   constexpr int L = simd::lanes<T>;
-  const V x = count == L ? simd::loadu(a + i) : simd::load_partial(a + i, count, kFiller<T>);
+  const V x = load_block(a + i, count);
   std::uint32_t bad = 0;
   V y1, y2;
   K::vector(x, ctx..., y1, y2, bad, mode);
   if (count < L) bad &= (1u << count) - 1u;
   if (bad == 0) {
-    if (count == L) {
-      simd::storeu(r1 + i, y1);
-      simd::storeu(r2 + i, y2);
-    } else {
-      simd::store_partial(r1 + i, y1, count);
-      simd::store_partial(r2 + i, y2, count);
-    }
+    store_block(r1 + i, y1, count);
+    store_block(r2 + i, y2, count);
     return;
   }
   alignas(64) T arg[L];
