@@ -58,5 +58,5 @@ clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
 
 format:
-	find include runtime vector random stats tests tools bench examples \
+	find include runtime simd vector random stats tests tools bench examples \
 	  \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) | xargs clang-format -i

@@ -10,7 +10,7 @@ import pathlib
 import re
 import sys
 
-AREAS = ["runtime", "vector", "random", "stats", "include"]
+AREAS = ["runtime", "simd", "vector", "random", "stats", "include"]
 # The allocator itself is the one place that talks to the heap.
 EXEMPT = {"runtime/memory.cpp"}
 PATTERNS = [

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "random/streams/catalogue.h"
-#include "vector/kernels/common/variant.h"
+#include "simd/variant.h"
 
 namespace tvx::TVX_VNS::gen {
 

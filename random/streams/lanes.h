@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "vector/kernels/common/variant.h"
+#include "simd/variant.h"
 
 namespace tvx::TVX_VNS::lanes {
 

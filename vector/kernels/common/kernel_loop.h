@@ -20,7 +20,7 @@
 #include <cstdint>
 
 #include "vector/frame/mode_status.h"
-#include "vector/kernels/common/simd_ops.h"
+#include "simd/simd_ops.h"
 
 namespace tvx::TVX_VNS {
 

@@ -7,7 +7,7 @@
 // parts; exp(x) = scalef(T_j + T_j p(r), n), scalef flooring n.
 #pragma once
 
-#include "vector/kernels/common/simd_ops.h"
+#include "simd/simd_ops.h"
 #include "vector/kernels/exp_log/exp_common.h"
 #include "vector/kernels/exp_log/exp_table.h"
 

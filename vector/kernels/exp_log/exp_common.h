@@ -6,7 +6,7 @@
 #include <bit>
 #include <cstdint>
 
-#include "vector/kernels/common/variant.h"
+#include "simd/variant.h"
 
 namespace tvx::TVX_VNS::exp_detail {
 

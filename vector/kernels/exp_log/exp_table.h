@@ -10,7 +10,7 @@
 // whenever k is at its lowest, so the result never lands in the subnormal range.
 #pragma once
 
-#include "vector/kernels/common/simd_ops.h"
+#include "simd/simd_ops.h"
 #include "vector/kernels/exp_log/exp_common.h"
 
 namespace tvx::TVX_VNS::exp_detail {
