@@ -718,6 +718,78 @@ TEST(StatsBasic, ExtremesAndMeanAbsoluteDeviation) {
   }
 }
 
+// Covariance, correlation or cross product registered alone: later blocks rebuild the working
+// matrix from that one output (a correlation through its variance diagonal). With 200 variables
+// the fast and user-mean methods take the single rank-n update after the threads.
+TEST(StatsBasic, MatrixAloneResumesFromItsOwnOutput) {
+  Data wide = make_data(0);
+  wide.name = "200 variables";
+  wide.p = 200;
+  wide.n = 300;
+  wide.x.resize(size_t(wide.p) * wide.n);
+  std::mt19937_64 g(99);
+  std::normal_distribution<double> z;
+  for (auto& e : wide.x) e = z(g) + 1;
+  const Data sets[] = {make_data(1), make_data(2), wide};
+  const long long outputs[] = {RUD_SS_ESTIMATE_COVARIANCE, RUD_SS_ESTIMATE_CORRELATION,
+                               RUD_SS_ESTIMATE_CROSS_PRODUCT};
+  for (const Data& d : sets) {
+    const Ref ref = reference(d);
+    const LD f = 1 / (ref.W - ref.W2 / ref.W);
+    for (int method : {RUD_SS_METHOD_ONE_PASS, RUD_SS_METHOD_FAST, RUD_SS_METHOD_USER_MEAN})
+      for (long long out : outputs)
+        for (int form : {RUD_SS_MATRIX_FULL, RUD_SS_MATRIX_PACKED_ROWS_LOWER}) {
+          TaskRun<double> r(d, kRows, method, form);
+          auto* t = static_cast<tvx::ss::Task*>(r.task);
+          if (out != RUD_SS_ESTIMATE_COVARIANCE) t->covariance = nullptr;
+          if (out != RUD_SS_ESTIMATE_CORRELATION) t->correlation = nullptr;
+          if (out != RUD_SS_ESTIMATE_CROSS_PRODUCT) t->cross_product = nullptr;
+          for (int v = 0; v < d.p; ++v) r.o.mean[v] = static_cast<double>(ref.mean[v]);
+          ASSERT_EQ(r.blocks(7, out), 0);
+          const auto& a = out == RUD_SS_ESTIMATE_COVARIANCE    ? r.o.cov
+                          : out == RUD_SS_ESTIMATE_CORRELATION ? r.o.cor
+                                                               : r.o.cross;
+          for (int i = 0; i < d.p; ++i)
+            for (int j = 0; j < d.p; ++j) {
+              if (!d.sel.empty() && (!d.sel[i] || !d.sel[j])) {
+                EXPECT_EQ(element(a, form, d.p, i, j), kMarker);
+                continue;
+              }
+              const LD c = ref.cross[size_t(i) * d.p + j];
+              const LD sii = ref.cross[size_t(i) * d.p + i], sjj = ref.cross[size_t(j) * d.p + j];
+              const LD want = out == RUD_SS_ESTIMATE_CROSS_PRODUCT ? c
+                              : out == RUD_SS_ESTIMATE_COVARIANCE || i == j
+                                  ? c * f
+                                  : c / std::sqrt(sii * sjj);
+              const LD scale =
+                  out == RUD_SS_ESTIMATE_CORRELATION && i != j
+                      ? 1
+                      : std::sqrt(sii * sjj) * (out == RUD_SS_ESTIMATE_CROSS_PRODUCT ? 1 : f);
+              EXPECT_PRED_FORMAT4(close_format, (LD)element(a, form, d.p, i, j), want, 1e-9L, scale)
+                  << d.name << " method " << method << " output " << out << " form " << form << " ("
+                  << i << ", " << j << ")";
+            }
+        }
+  }
+}
+
+// A block whose weights are all zero changes nothing: status 0, W and the results kept.
+TEST(StatsBasic, BlockOfZeroWeightsChangesNothing) {
+  const Data d = make_data(1);
+  for (int method : {RUD_SS_METHOD_ONE_PASS, RUD_SS_METHOD_FAST}) {
+    TaskRun<double> r(d, kCols, method, RUD_SS_MATRIX_FULL);
+    ASSERT_EQ(r.blocks(2, kAllBasic), 0);
+    const Outputs<double> before = r.o;
+    std::fill(r.w.begin(), r.w.end(), 0.0);
+    ASSERT_EQ(r.compute(kAllBasic), 0);
+    EXPECT_EQ(r.o.acc, before.acc);
+    for (int v = 0; v < d.p; ++v) {
+      EXPECT_DOUBLE_EQ(r.o.mean[v], before.mean[v]) << method;
+      EXPECT_NEAR(r.o.cm[0][v], before.cm[0][v], 1e-12 * std::fabs(before.cm[0][v])) << method;
+    }
+  }
+}
+
 // Two threads against one: the same results to rounding, for every method, with and without
 // weights and the matrix. Runs under ThreadSanitizer.
 TEST(StatsThreads, TwoThreadsMatchOne) {
