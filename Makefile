@@ -29,6 +29,7 @@ demo: build
 	$(BUILD)/tools/tvx-info
 	$(BUILD)/examples/example_vector_add
 	$(BUILD)/examples/example_random_streams
+	$(BUILD)/examples/example_stats_blocks
 
 test: test-release test-asan test-tsan
 	@echo "make test: all suites passed"
