@@ -42,239 +42,69 @@ struct CheckRow {
 
 const long long kMean = RUD_SS_ESTIMATE_MEAN, kCm2 = RUD_SS_ESTIMATE_CENTRAL_MOMENT_2;
 
+// One check per line.
+// clang-format off
 const CheckRow kChecks[] = {
     // Create.
-    {"new: null p",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       return ruddSSNewTask(&t, nullptr, &f.n, &f.storage, f.x, nullptr, nullptr);
-     },
-     -4001},
-    {"new: p 0",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       int p = 0;
-       return ruddSSNewTask(&t, &p, &f.n, &f.storage, f.x, nullptr, nullptr);
-     },
-     -4001},
-    {"new: null storage",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       return ruddSSNewTask(&t, &f.p, &f.n, nullptr, f.x, nullptr, nullptr);
-     },
-     -4044},
-    {"new: bad storage",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       int s = 3;
-       return ruddSSNewTask(&t, &f.p, &f.n, &s, f.x, nullptr, nullptr);
-     },
-     -4003},
-    {"new: null n",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       return ruddSSNewTask(&t, &f.p, nullptr, &f.storage, f.x, nullptr, nullptr);
-     },
-     -4002},
-    {"new: n 0",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       int n = 0;
-       return ruddSSNewTask(&t, &f.p, &n, &f.storage, f.x, nullptr, nullptr);
-     },
-     -4002},
-    {"new: no data, no n",
-     [](Fixture& f) {
-       RudSSTaskPtr t;
-       int s = rudsSSNewTask(&t, &f.p, nullptr, nullptr, nullptr, nullptr, nullptr);
-       rudSSDeleteTask(&t);
-       return s;
-     },
-     0},
+    {"new: null p", [](Fixture& f) { RudSSTaskPtr t; return ruddSSNewTask(&t, nullptr, &f.n, &f.storage, f.x, nullptr, nullptr); }, -4001},
+    {"new: p 0", [](Fixture& f) { RudSSTaskPtr t; int p = 0; return ruddSSNewTask(&t, &p, &f.n, &f.storage, f.x, nullptr, nullptr); }, -4001},
+    {"new: null storage", [](Fixture& f) { RudSSTaskPtr t; return ruddSSNewTask(&t, &f.p, &f.n, nullptr, f.x, nullptr, nullptr); }, -4044},
+    {"new: bad storage", [](Fixture& f) { RudSSTaskPtr t; int s = 3; return ruddSSNewTask(&t, &f.p, &f.n, &s, f.x, nullptr, nullptr); }, -4003},
+    {"new: null n", [](Fixture& f) { RudSSTaskPtr t; return ruddSSNewTask(&t, &f.p, nullptr, &f.storage, f.x, nullptr, nullptr); }, -4002},
+    {"new: n 0", [](Fixture& f) { RudSSTaskPtr t; int n = 0; return ruddSSNewTask(&t, &f.p, &n, &f.storage, f.x, nullptr, nullptr); }, -4002},
+    {"new: no data, no n", [](Fixture& f) { RudSSTaskPtr t; int s = rudsSSNewTask(&t, &f.p, nullptr, nullptr, nullptr, nullptr, nullptr); rudSSDeleteTask(&t); return s; }, 0},
     {"delete: null", [](Fixture&) { return rudSSDeleteTask(nullptr); }, -4031},
     // Editors.
-    {"edit: null task", [](Fixture& f) { return ruddSSEditTask(nullptr, RUD_SS_FIELD_MEAN, f.x); },
-     -4031},
+    {"edit: null task", [](Fixture& f) { return ruddSSEditTask(nullptr, RUD_SS_FIELD_MEAN, f.x); }, -4031},
     {"edit real: code 1", [](Fixture& f) { return ruddSSEditTask(f.task, 1, f.x); }, -3},
     {"edit real: integer code 4", [](Fixture& f) { return ruddSSEditTask(f.task, 4, f.x); }, -3},
-    {"edit real: code 78",
-     [](Fixture& f) { return rudsSSEditTask(f.task, 78, reinterpret_cast<float*>(f.x)); }, 0},
+    {"edit real: code 78", [](Fixture& f) { return rudsSSEditTask(f.task, 78, reinterpret_cast<float*>(f.x)); }, 0},
     {"edit real: code 79", [](Fixture& f) { return ruddSSEditTask(f.task, 79, f.x); }, -3},
     {"edit int: code 1", [](Fixture& f) { return rudiSSEditTask(f.task, 1, &f.p); }, 0},
     {"edit int: code 78", [](Fixture& f) { return rudiSSEditTask(f.task, 78, &f.p); }, -3},
     {"edit int: code 79", [](Fixture& f) { return rudiSSEditTask(f.task, 79, &f.p); }, 0},
     {"edit int: code 80", [](Fixture& f) { return rudiSSEditTask(f.task, 80, &f.p); }, -3},
-    {"edit: null sum", [](Fixture& f) { return ruddSSEditTask(f.task, RUD_SS_FIELD_SUM, nullptr); },
-     -4006},
-    {"edit: null group indices",
-     [](Fixture& f) { return rudiSSEditTask(f.task, RUD_SS_FIELD_GROUP_INDICES, nullptr); }, -4038},
-    {"edit: null storage",
-     [](Fixture& f) { return rudiSSEditTask(f.task, RUD_SS_FIELD_COVARIANCE_STORAGE, nullptr); },
-     -4044},
-    {"edit: null cross product",
-     [](Fixture& f) { return ruddSSEditTask(f.task, RUD_SS_FIELD_CROSS_PRODUCT, nullptr); }, -4081},
-    {"named: null task",
-     [](Fixture&) {
-       return ruddSSEditMoments(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                nullptr);
-     },
-     -4031},
-    {"named: all null",
-     [](Fixture& f) {
-       return rudsSSEditCovCor(f.task, nullptr, nullptr, nullptr, nullptr, nullptr);
-     },
-     0},
+    {"edit: null sum", [](Fixture& f) { return ruddSSEditTask(f.task, RUD_SS_FIELD_SUM, nullptr); }, -4006},
+    {"edit: null group indices", [](Fixture& f) { return rudiSSEditTask(f.task, RUD_SS_FIELD_GROUP_INDICES, nullptr); }, -4038},
+    {"edit: null storage", [](Fixture& f) { return rudiSSEditTask(f.task, RUD_SS_FIELD_COVARIANCE_STORAGE, nullptr); }, -4044},
+    {"edit: null cross product", [](Fixture& f) { return ruddSSEditTask(f.task, RUD_SS_FIELD_CROSS_PRODUCT, nullptr); }, -4081},
+    {"named: null task", [](Fixture&) { return ruddSSEditMoments(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }, -4031},
+    {"named: all null", [](Fixture& f) { return rudsSSEditCovCor(f.task, nullptr, nullptr, nullptr, nullptr, nullptr); }, 0},
     // Compute, common checks.
     {"compute: null task", [](Fixture&) { return ruddSSCompute(nullptr, kMean, 2); }, -4031},
-    {"compute: p 0",
-     [](Fixture& f) {
-       f.p = 0;
-       return ruddSSCompute(f.task, kMean, 2);
-     },
-     -4001},
-    {"compute: n 0",
-     [](Fixture& f) {
-       f.n = 0;
-       return ruddSSCompute(f.task, kMean, 2);
-     },
-     -4002},
-    {"compute: bad storage",
-     [](Fixture& f) {
-       f.storage = 0x30000;
-       return ruddSSCompute(f.task, kMean, 2);
-     },
-     -4003},
+    {"compute: p 0", [](Fixture& f) { f.p = 0; return ruddSSCompute(f.task, kMean, 2); }, -4001},
+    {"compute: n 0", [](Fixture& f) { f.n = 0; return ruddSSCompute(f.task, kMean, 2); }, -4002},
+    {"compute: bad storage", [](Fixture& f) { f.storage = 0x30000; return ruddSSCompute(f.task, kMean, 2); }, -4003},
     {"compute: empty mask", [](Fixture& f) { return ruddSSCompute(f.task, 0, 0); }, 0},
     {"compute: bit 37 only", [](Fixture& f) { return ruddSSCompute(f.task, 1LL << 37, 0); }, 0},
     // Basic group.
-    {"basic: method 0x3",
-     [](Fixture& f) {
-       f.reg(7);
-       return ruddSSCompute(f.task, kMean, 3);
-     },
-     -4029},
-    {"basic: method 0x101",
-     [](Fixture& f) {
-       f.reg(7);
-       return ruddSSCompute(f.task, kMean, 0x101);
-     },
-     -4029},
-    {"basic: method 0",
-     [](Fixture& f) {
-       f.reg(7);
-       return ruddSSCompute(f.task, kMean, 0);
-     },
-     -4029},
-    {"basic: cm2 without mean",
-     [](Fixture& f) {
-       f.reg(8);
-       f.reg(11);
-       return ruddSSCompute(f.task, kCm2, 2);
-     },
-     -4006},
-    {"basic: cm2 without raw 2",
-     [](Fixture& f) {
-       f.reg(7);
-       f.reg(11);
-       return ruddSSCompute(f.task, kCm2, 2);
-     },
-     -4007},
-    {"basic: cm2 missing",
-     [](Fixture& f) {
-       f.reg(7);
-       f.reg(8);
-       return ruddSSCompute(f.task, kCm2, 2);
-     },
-     -4010},
-    {"basic: sum missing", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_SUM, 2); },
-     -4074},
-    {"basic: conversion of a sum",
-     [](Fixture& f) {
-       f.reg(67);
-       return ruddSSCompute(f.task, RUD_SS_ESTIMATE_SUM, 0x200);
-     },
-     -4029},
-    {"basic: covariance storage",
-     [](Fixture& f) {
-       f.reg(7);
-       f.reg(19);
-       return ruddSSCompute(f.task, RUD_SS_ESTIMATE_COVARIANCE, 2);
-     },
-     -4044},
-    {"basic: user mean needs the mean",
-     [](Fixture& f) {
-       f.reg(8);
-       return ruddSSCompute(f.task, RUD_SS_ESTIMATE_RAW_MOMENT_2, 0x100);
-     },
-     -4006},
-    {"basic: partial bit skips the data checks",
-     [](Fixture& f) {
-       f.reg(7);
-       ruddSSEditTask(f.task, 3, f.x);
-       f.n = 0;
-       return ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_PARTIAL_COVARIANCE, 2);
-     },
-     -4002},
+    {"basic: method 0x3", [](Fixture& f) { f.reg(7); return ruddSSCompute(f.task, kMean, 3); }, -4029},
+    {"basic: method 0x101", [](Fixture& f) { f.reg(7); return ruddSSCompute(f.task, kMean, 0x101); }, -4029},
+    {"basic: method 0", [](Fixture& f) { f.reg(7); return ruddSSCompute(f.task, kMean, 0); }, -4029},
+    {"basic: cm2 without mean", [](Fixture& f) { f.reg(8); f.reg(11); return ruddSSCompute(f.task, kCm2, 2); }, -4006},
+    {"basic: cm2 without raw 2", [](Fixture& f) { f.reg(7); f.reg(11); return ruddSSCompute(f.task, kCm2, 2); }, -4007},
+    {"basic: cm2 missing", [](Fixture& f) { f.reg(7); f.reg(8); return ruddSSCompute(f.task, kCm2, 2); }, -4010},
+    {"basic: sum missing", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_SUM, 2); }, -4074},
+    {"basic: conversion of a sum", [](Fixture& f) { f.reg(67); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_SUM, 0x200); }, -4029},
+    {"basic: covariance storage", [](Fixture& f) { f.reg(7); f.reg(19); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_COVARIANCE, 2); }, -4044},
+    {"basic: user mean needs the mean", [](Fixture& f) { f.reg(8); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_RAW_MOMENT_2, 0x100); }, -4006},
+    {"basic: partial bit skips the data checks", [](Fixture& f) { f.reg(7); ruddSSEditTask(f.task, 3, f.x); f.n = 0; return ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_PARTIAL_COVARIANCE, 2); }, -4002},
     // Extremes and deviations.
-    {"extremes: minimum missing",
-     [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MINIMUM, 2); }, -4015},
-    {"extremes: maximum missing",
-     [](Fixture& f) {
-       f.reg(16);
-       return ruddSSCompute(f.task, 0xC00, 2);
-     },
-     -4016},
-    {"extremes: method",
-     [](Fixture& f) {
-       f.reg(16);
-       return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MINIMUM, 0x100);
-     },
-     -4029},
-    {"mean abs dev: missing",
-     [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 1); },
-     -4083},
-    {"mean abs dev: method",
-     [](Fixture& f) {
-       f.reg(77);
-       return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 2);
-     },
-     -4029},
-    {"mean abs dev: user mean without mean",
-     [](Fixture& f) {
-       f.reg(77);
-       return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 0x100);
-     },
-     -4006},
+    {"extremes: minimum missing", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MINIMUM, 2); }, -4015},
+    {"extremes: maximum missing", [](Fixture& f) { f.reg(16); return ruddSSCompute(f.task, 0xC00, 2); }, -4016},
+    {"extremes: method", [](Fixture& f) { f.reg(16); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MINIMUM, 0x100); }, -4029},
+    {"mean abs dev: missing", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 1); }, -4083},
+    {"mean abs dev: method", [](Fixture& f) { f.reg(77); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 2); }, -4029},
+    {"mean abs dev: user mean without mean", [](Fixture& f) { f.reg(77); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 0x100); }, -4006},
     // Groups this build lacks are refused, after the groups before them ran.
-    {"quantiles: not available",
-     [](Fixture& f) {
-       f.reg(7);
-       int s = ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_QUANTILES, 2);
-       return s + (f.out[7][0] == 2.5 ? 0 : 1);
-     },
-     RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
-    {"median abs dev: not available",
-     [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEDIAN_ABSOLUTE_DEVIATION, 1); },
-     RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
-    {"missing values run alone",
-     [](Fixture& f) { return ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_MISSING_VALUES, 2); },
-     RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
+    {"quantiles: not available", [](Fixture& f) { f.reg(7); int s = ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_QUANTILES, 2); return s + (f.out[7][0] == 2.5 ? 0 : 1); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
+    {"median abs dev: not available", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEDIAN_ABSOLUTE_DEVIATION, 1); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
+    {"missing values run alone", [](Fixture& f) { return ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_MISSING_VALUES, 2); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
     // Lower-case twins.
-    {"twin: compute by pointer",
-     [](Fixture& f) {
-       f.reg(7);
-       long long e = kMean;
-       int m = 2;
-       return ruddsscompute(&f.task, &e, &m);
-     },
-     0},
-    {"twin: edit null task",
-     [](Fixture& f) {
-       int c = 7;
-       return ruddssedittask(nullptr, &c, f.x);
-     },
-     -4031},
+    {"twin: compute by pointer", [](Fixture& f) { f.reg(7); long long e = kMean; int m = 2; return ruddsscompute(&f.task, &e, &m); }, 0},
+    {"twin: edit null task", [](Fixture& f) { int c = 7; return ruddssedittask(nullptr, &c, f.x); }, -4031},
 };
+// clang-format on
 
 TEST(StatsChecks, EveryCheckInOrder) {
   for (const CheckRow& row : kChecks) {
