@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
   libsleef-dev libgsl-dev
-  binutils
+  binutils dpkg-dev
 )
 
 missing=()
