@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -52,6 +53,11 @@ void on_sigill(int) {
   std::raise(SIGILL);
 }
 
+[[noreturn]] void fail(const char* what) {
+  std::perror(what);
+  std::abort();
+}
+
 bool install() {
   const char* disabled = std::getenv("ORVANE_ISA_DISABLE");
   if (disabled == nullptr || *disabled == '\0') return false;
@@ -66,18 +72,18 @@ bool install() {
 
   const int fd = open("/proc/self/exe", O_RDONLY);
   struct stat st {};
-  if (fd < 0 || fstat(fd, &st) != 0) std::abort();
+  if (fd < 0 || fstat(fd, &st) != 0) fail("isa traps: /proc/self/exe");
   const auto* file = static_cast<const unsigned char*>(
       mmap(nullptr, static_cast<std::size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0));
   close(fd);
-  if (file == MAP_FAILED) std::abort();
+  if (file == MAP_FAILED) fail("isa traps: mmap");
   const auto* eh = reinterpret_cast<const Elf64_Ehdr*>(file);
   const auto* sh = reinterpret_cast<const Elf64_Shdr*>(file + eh->e_shoff);
   Text text;
   dl_iterate_phdr(find_text, &text);
   if (mprotect(reinterpret_cast<void*>(text.start), text.end - text.start,
                PROT_READ | PROT_WRITE | PROT_EXEC) != 0) {
-    std::abort();
+    fail("isa traps: mprotect of the program text");
   }
   int patched = 0;
   for (int i = 0; i < eh->e_shnum; ++i) {
