@@ -117,9 +117,9 @@ int run_type(const std::vector<Function<T>>& fns, const Options& opt, std::FILE*
     for (size_t i = 0; i < in.size(); ++i) exact[i] = exact_of<T>(f.truth, in[i]);
     for (int level = 1; level <= 3; ++level) {
       for (const tvx::test::Variant& v : tvx::test::all_variants()) {
-        if (!tvx::test::cpu_runs(v)) {
-          std::fprintf(out, "| %s | %s | %s | skipped: CPU lacks the variant | | |\n", f.name,
-                       kLevel[level - 1], v.name);
+        if (const char* missing = tvx::test::lacks(v)) {
+          std::fprintf(out, "| %s | %s | %s | skipped: CPU lacks %s | | |\n", f.name,
+                       kLevel[level - 1], v.name, missing);
           continue;
         }
         const auto kernel = f.row->kernels[tvx::test::slot(v.index, level)];
