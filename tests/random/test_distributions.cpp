@@ -52,111 +52,41 @@ struct Export {
   std::vector<Call> nan;                      // NaN parameters, which the frame lets through
 };
 
-template <class T>
-T* as(void* r) {
-  return static_cast<T*>(r);
-}
+// One call of an export; `call` may use the frame's arguments m, s, n and the result area r.
+#define TVX_CALL(call) [](int m, RudStreamPtr s, int n, void* r) { return call; }
+using D = double*;
+using F = float*;
+using I = int*;
+using U = unsigned*;
+using U64 = unsigned long long*;
+constexpr double kA = -1, kB = 2;  // parameters handed to the twins by pointer
+constexpr float kAs = -1, kBs = 2;
+constexpr int kAi = -3, kBi = 3;
 
+// clang-format off
 const std::vector<Export>& exports() {
   static const std::vector<Export> table = {
-      {"vdRngUniform",
-       8,
-       0,
-       true,
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return vdRngUniform(m, s, n, as<double>(r), -1, 2);
-       },
-       [](int m, RudStreamPtr s, int n, void* r) {
-         const double a = -1, b = 2;
-         return vdrnguniform(&m, &s, &n, as<double>(r), &a, &b);
-       },
-       {{[](int m, RudStreamPtr s, int n, void* r) {
-           return vdRngUniform(m, s, n, as<double>(r), 1, 1);
-         },
-         5},
-        {[](int m, RudStreamPtr s, int n, void* r) {
-           return vdRngUniform(m, s, n, as<double>(r), 2, 1);
-         },
-         5}},
-       {[](int m, RudStreamPtr s, int n, void* r) {
-          return vdRngUniform(m, s, n, as<double>(r), kNaN, 1);
-        },
-        [](int m, RudStreamPtr s, int n, void* r) {
-          return vdRngUniform(m, s, n, as<double>(r), 0, kNaN);
-        }}},
-      {"vsRngUniform",
-       4,
-       0,
-       true,
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return vsRngUniform(m, s, n, as<float>(r), -1, 2);
-       },
-       [](int m, RudStreamPtr s, int n, void* r) {
-         const float a = -1, b = 2;
-         return vsrnguniform(&m, &s, &n, as<float>(r), &a, &b);
-       },
-       {{[](int m, RudStreamPtr s, int n, void* r) {
-           return vsRngUniform(m, s, n, as<float>(r), 3, -3);
-         },
-         5}},
-       {[](int m, RudStreamPtr s, int n, void* r) {
-         return vsRngUniform(m, s, n, as<float>(r), 0, NAN);
-       }}},
-      {"viRngUniform",
-       4,
-       0,
-       false,
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return viRngUniform(m, s, n, as<int>(r), -3, 3);
-       },
-       [](int m, RudStreamPtr s, int n, void* r) {
-         const int a = -3, b = 3;
-         return virnguniform(&m, &s, &n, as<int>(r), &a, &b);
-       },
-       {{[](int m, RudStreamPtr s, int n, void* r) {
-           return viRngUniform(m, s, n, as<int>(r), 3, 3);
-         },
-         5}},
-       {}},
-      {"viRngUniformBits",
-       0,
-       0,
-       false,
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return viRngUniformBits(m, s, n, as<unsigned>(r));
-       },
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return virnguniformbits(&m, &s, &n, as<unsigned>(r));
-       },
-       {},
-       {}},
-      {"viRngUniformBits32",
-       4,
-       0,
-       false,
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return viRngUniformBits32(m, s, n, as<unsigned>(r));
-       },
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return virnguniformbits32(&m, &s, &n, as<unsigned>(r));
-       },
-       {},
-       {}},
-      {"viRngUniformBits64",
-       8,
-       0,
-       false,
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return viRngUniformBits64(m, s, n, as<unsigned long long>(r));
-       },
-       [](int m, RudStreamPtr s, int n, void* r) {
-         return virnguniformbits64(&m, &s, &n, as<unsigned long long>(r));
-       },
-       {},
-       {}},
+      {"vdRngUniform", 8, 0, true, TVX_CALL(vdRngUniform(m, s, n, D(r), kA, kB)),
+       TVX_CALL(vdrnguniform(&m, &s, &n, D(r), &kA, &kB)),
+       {{TVX_CALL(vdRngUniform(m, s, n, D(r), 1, 1)), 5}, {TVX_CALL(vdRngUniform(m, s, n, D(r), 2, 1)), 5}},
+       {TVX_CALL(vdRngUniform(m, s, n, D(r), kNaN, 1)), TVX_CALL(vdRngUniform(m, s, n, D(r), 0, kNaN))}},
+      {"vsRngUniform", 4, 0, true, TVX_CALL(vsRngUniform(m, s, n, F(r), kAs, kBs)),
+       TVX_CALL(vsrnguniform(&m, &s, &n, F(r), &kAs, &kBs)),
+       {{TVX_CALL(vsRngUniform(m, s, n, F(r), 3, -3)), 5}},
+       {TVX_CALL(vsRngUniform(m, s, n, F(r), 0, NAN))}},
+      {"viRngUniform", 4, 0, false, TVX_CALL(viRngUniform(m, s, n, I(r), kAi, kBi)),
+       TVX_CALL(virnguniform(&m, &s, &n, I(r), &kAi, &kBi)),
+       {{TVX_CALL(viRngUniform(m, s, n, I(r), 3, 3)), 5}}, {}},
+      {"viRngUniformBits", 0, 0, false, TVX_CALL(viRngUniformBits(m, s, n, U(r))),
+       TVX_CALL(virnguniformbits(&m, &s, &n, U(r))), {}, {}},
+      {"viRngUniformBits32", 4, 0, false, TVX_CALL(viRngUniformBits32(m, s, n, U(r))),
+       TVX_CALL(virnguniformbits32(&m, &s, &n, U(r))), {}, {}},
+      {"viRngUniformBits64", 8, 0, false, TVX_CALL(viRngUniformBits64(m, s, n, U64(r))),
+       TVX_CALL(virnguniformbits64(&m, &s, &n, U64(r))), {}, {}},
   };
   return table;
 }
+// clang-format on
 
 // ---- Captured parameter reports ----
 std::vector<std::pair<std::string, long long>>& reports() {
