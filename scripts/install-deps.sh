@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
   libsleef-dev libgsl-dev python3-numpy
-  binutils
+  binutils dpkg-dev
 )
 
 missing=()
