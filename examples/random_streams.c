@@ -42,10 +42,11 @@ int main(void) {
     if (dice[i] < 1 || dice[i] > 6 || price[i] < 90.0 || price[i] >= 110.0) ++bad;
     ++count[dice[i] >= 1 && dice[i] <= 6 ? dice[i] : 0];
   }
-  printf("  %d dice (viRngUniform on [1, 7)): %d %d %d %d %d %d of each face\n", N, count[1],
+  printf("  %d dice (viRngUniform, faces 1 to 6): %d %d %d %d %d %d of each face\n", N, count[1],
          count[2], count[3], count[4], count[5], count[6]);
   printf(
-      "  deliberate bad call next, a uniform on [1, 1): the ERROR line below names parameter 5\n");
+      "  deliberate bad call next, a uniform with a = b = 1: the ERROR line below names parameter "
+      "5\n");
   const int refused = vdRngUniform(RUD_RNG_METHOD_UNIFORM_STD, stream, N, price, 1.0, 1.0);
   printf("  status: %d (RUD_ERROR_BAD_ARGS is %d)\n", refused, RUD_ERROR_BAD_ARGS);
   if (refused != RUD_ERROR_BAD_ARGS) ++bad;
