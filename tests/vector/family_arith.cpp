@@ -191,38 +191,35 @@ Rows<T> rows() {
     f.sse2_keeps_caller_env = keeps_env;
     r.push_back(std::move(f));
   };
-  add(unary(
-          v_v<T>(t + "Floor", row(tvx_row_floor_d, tvx_row_floor_s)),
-          +[](T x) { return keep_nan(x, std::floor(x)); }),
-      true);
-  add(unary(
-          v_v<T>(t + "Ceil", row(tvx_row_ceil_d, tvx_row_ceil_s)),
-          +[](T x) { return keep_nan(x, std::ceil(x)); }),
-      true);
-  add(unary(
-          v_v<T>(t + "Trunc", row(tvx_row_trunc_d, tvx_row_trunc_s)),
-          +[](T x) { return keep_nan(x, std::trunc(x)); }),
-      true);
-  add(unary(
-      v_v<T>(t + "Round", row(tvx_row_round_d, tvx_row_round_s)),
-      +[](T x) { return keep_nan(x, std::round(x)); }));
-  add(unary(
-          v_v<T>(t + "Rint", row(tvx_row_rint_d, tvx_row_rint_s)),
-          +[](T x) { return keep_nan(x, std::nearbyint(x)); }),
-      true);
-  add(unary(
-          v_v<T>(t + "NearbyInt", row(tvx_row_nearbyint_d, tvx_row_nearbyint_s)),
-          +[](T x) { return keep_nan(x, std::nearbyint(x)); }),
-      true);
-  // Abs clears the sign bit: a NaN keeps its payload.
+  // Exact one-input rows; the SSE2 copies of all but Round and Sqr leave the caller's rounding and
+  // flush bits alone. Sqr goes through the hardware multiply: a signalling NaN comes back quieted.
+  struct Unary {
+    const char* name;
+    const frame::Row<frame::K_v_v<T>>& cells;
+    T (*ref)(T);
+    bool keeps_env;
+  };
+  const Unary unaries[] = {
+      {"Floor", row(tvx_row_floor_d, tvx_row_floor_s),
+       [](T x) { return keep_nan(x, std::floor(x)); }, true},
+      {"Ceil", row(tvx_row_ceil_d, tvx_row_ceil_s), [](T x) { return keep_nan(x, std::ceil(x)); },
+       true},
+      {"Trunc", row(tvx_row_trunc_d, tvx_row_trunc_s),
+       [](T x) { return keep_nan(x, std::trunc(x)); }, true},
+      {"Round", row(tvx_row_round_d, tvx_row_round_s),
+       [](T x) { return keep_nan(x, std::round(x)); }, false},
+      {"Rint", row(tvx_row_rint_d, tvx_row_rint_s),
+       [](T x) { return keep_nan(x, std::nearbyint(x)); }, true},
+      {"NearbyInt", row(tvx_row_nearbyint_d, tvx_row_nearbyint_s),
+       [](T x) { return keep_nan(x, std::nearbyint(x)); }, true},
+      {"Sqr", row(tvx_row_sqr_d, tvx_row_sqr_s), [](T x) { return x * x; }, false}};
+  for (const Unary& u : unaries) add(unary(v_v<T>(t + u.name, u.cells), u.ref), u.keeps_env);
+  // Abs clears the sign bit: a NaN keeps its payload; a subnormal is not flushed.
   FamilyRow<T> abs = unary(
       v_v<T>(t + "Abs", row(tvx_row_abs_d, tvx_row_abs_s)),
       +[](T x) { return from_bits<T>(bits_of(x) & ~(Bits<T>(1) << (8 * sizeof(T) - 1))); });
   abs.flushes = false;
   add(abs, true);
-  // Sqr goes through the hardware multiply: a signalling NaN comes back quieted.
-  add(unary(
-      v_v<T>(t + "Sqr", row(tvx_row_sqr_d, tvx_row_sqr_s)), +[](T x) { return x * x; }));
   FamilyRow<T> inv = unary(
       v_v<T>(t + "Inv", row(tvx_row_inv_d, tvx_row_inv_s)), +[](T x) { return T(1) / x; });
   inv.approx = d ? std::vector<int>{3, 5, 11, 15, 17} : std::vector<int>{2, 3, 5, 11, 14, 15, 17};

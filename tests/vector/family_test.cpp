@@ -451,6 +451,10 @@ struct Cell {
   int level;
 };
 
+void PrintTo(const Cell& c, std::ostream* os) {
+  *os << kFamilies[c.family].name << " " << c.variant.name << " " << kLevelName[c.level];
+}
+
 class FamilyCells : public testing::TestWithParam<Cell> {
  protected:
   void SetUp() override {
