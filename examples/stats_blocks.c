@@ -48,16 +48,20 @@ int main(void) {
   rudSSDeleteTask(&task);
 
   double worst = 0.0;
-  printf("%d observations in %d blocks (weight sum %.0f)\n", N, N / BLOCK, weights[0]);
+  printf(
+      "stats_blocks: mean and covariance of %d observations computed in %d blocks of %d agree "
+      "with one call over all of them\n",
+      N, N / BLOCK, BLOCK);
+  printf("  weight sum carried between blocks: %.0f\n", weights[0]);
   for (int v = 0; v < P; ++v) {
-    printf("mean[%d] = %.12f   one call: %.12f\n", v, mean[v], mean1[v]);
+    printf("  mean[%d] = %.12f   one call: %.12f\n", v, mean[v], mean1[v]);
     worst = fmax(worst, fabs(mean[v] - mean1[v]) / fabs(mean1[v]));
   }
-  printf("covariance (upper triangle, packed by rows):\n");
+  printf("  covariance (upper triangle, packed by rows):\n");
   for (int k = 0; k < P * (P + 1) / 2; ++k) {
-    printf("  %.12f   one call: %.12f\n", cov[k], cov1[k]);
+    printf("    %.12f   one call: %.12f\n", cov[k], cov1[k]);
     worst = fmax(worst, fabs(cov[k] - cov1[k]) / fabs(cov1[k]));
   }
-  printf("largest relative difference: %.2e\n", worst);
+  printf("  largest relative difference: %.2e\n", worst);
   return worst < 1e-12 ? 0 : 1;
 }

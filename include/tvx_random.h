@@ -177,6 +177,68 @@ TVX_API int rudgetnumregbrngs(void);
 TVX_API int rudleapfrogstream(RudStreamPtr* stream, const unsigned int* k, const int* nstreams);
 TVX_API int rudskipaheadstream(RudStreamPtr* stream, const long long* nskip);
 
+/* ---- Distributions ----------------------------------------------------------------------- */
+/* Every distribution has one shape:
+ *   v?Rng<Name>(method, stream, n, r, parameters...)
+ * writing n results to r: vd double, vs single, vi int (the UniformBits forms write raw words).
+ * Returns 0 on success, or a negative status:
+ *   RUD_ERROR_BAD_ARGS: an argument was refused; the error line names the export and the
+ *     position of the argument: method 1 (negative, or not a method of this distribution),
+ *     n 3 (negative), r 4 (null), parameters from 5 on. Real parameters are refused by true
+ *     comparisons, so a NaN parameter is not refused.
+ *   RUD_ERROR_NULL_PTR, RUD_RNG_ERROR_BAD_STREAM: the stream test failed (position 2).
+ *   a generator's own negative status, passed through unchanged.
+ * n = 0 returns 0 at once, before r or any parameter is looked at.
+ *
+ * The values depend only on the stream's state and the arguments: they are the same on every
+ * processor, in every instruction-set variant, and for any cut of a request into several calls.
+ *
+ * Uniform: r on [a, b), a < b. vdRngUniform and vsRngUniform take RUD_RNG_METHOD_UNIFORM_STD,
+ *   optionally with RUD_RNG_METHOD_ACCURACY_FLAG: without it, rounding of a + u (b - a) may give
+ *   b itself (or, in single precision, a value rounded up to b); with it every value is kept in
+ *   [a, b). viRngUniform gives integers a .. b - 1, the floor of a double uniform on [a, b).
+ * UniformBits: the generator's raw words, of the row's WordSize bytes each (r must hold
+ *   n * WordSize bytes). UniformBits32: n 32-bit words of full random bits; UniformBits64: n
+ *   64-bit words, each two successive 32-bit outputs with the earlier in the low half. Both give
+ *   RUD_RNG_ERROR_NO_NUMBER_BITS for generators whose words are not 32 full bits (MCG31, R250,
+ *   MRG32K3A, the Wichmann-Hill set, the quasi-random and abstract generators, registered ones);
+ *   MCG59 gives the top 32 of its 59 bits.
+ *
+ * Each export has an all-lower-case twin taking method, stream, n and the scalar parameters by
+ * pointer; a null pointer among them is refused at its argument's position.
+ *
+ * Thread safety: as for streams; the calls change no state but the stream's. */
+
+/* The accuracy flag: added to a method of a distribution that honours it, results are clamped
+ * into the distribution's support against rounding. */
+#define RUD_RNG_METHOD_ACCURACY_FLAG 0x40000000
+
+#define RUD_RNG_METHOD_UNIFORM_STD 0
+#define RUD_RNG_METHOD_UNIFORM_STD_ACCURATE \
+  (RUD_RNG_METHOD_UNIFORM_STD | RUD_RNG_METHOD_ACCURACY_FLAG)
+#define RUD_RNG_METHOD_UNIFORMBITS_STD 0
+#define RUD_RNG_METHOD_UNIFORMBITS32_STD 0
+#define RUD_RNG_METHOD_UNIFORMBITS64_STD 0
+
+/* The block below is generated from random/distributions/distributions.def by
+ * tools/gen_random_header.py; a test fails when it is out of date. Do not edit it by hand. */
+/* clang-format off */
+/* BEGIN GENERATED DISTRIBUTION DECLARATIONS */
+TVX_API int vdRngUniform(int method, RudStreamPtr stream, int n, double r[], double a, double b);
+TVX_API int vdrnguniform(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* b);
+TVX_API int vsRngUniform(int method, RudStreamPtr stream, int n, float r[], float a, float b);
+TVX_API int vsrnguniform(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* b);
+TVX_API int viRngUniform(int method, RudStreamPtr stream, int n, int r[], int a, int b);
+TVX_API int virnguniform(const int* method, const RudStreamPtr* stream, const int* n, int r[], const int* a, const int* b);
+TVX_API int viRngUniformBits(int method, RudStreamPtr stream, int n, unsigned int r[]);
+TVX_API int virnguniformbits(const int* method, const RudStreamPtr* stream, const int* n, unsigned int r[]);
+TVX_API int viRngUniformBits32(int method, RudStreamPtr stream, int n, unsigned int r[]);
+TVX_API int virnguniformbits32(const int* method, const RudStreamPtr* stream, const int* n, unsigned int r[]);
+TVX_API int viRngUniformBits64(int method, RudStreamPtr stream, int n, unsigned long long r[]);
+TVX_API int virnguniformbits64(const int* method, const RudStreamPtr* stream, const int* n, unsigned long long r[]);
+/* END GENERATED DISTRIBUTION DECLARATIONS */
+/* clang-format on */
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,7 +1,9 @@
-# Random-number streams: the exported frame is compiled once; the catalogue, the stream record and
-# the generators are one family compiled per instruction-set variant (five copies).
+# Random-number streams and distributions: the exported frames are compiled once; the catalogue,
+# the stream record, the generators and the distributions' variant functions are families
+# compiled per instruction-set variant (five copies).
 target_sources(tvx_core PRIVATE
   random/streams/exports.cpp
+  random/distributions/frame.cpp
 )
 
 tvx_add_variant_family(rud_streams
@@ -9,4 +11,8 @@ tvx_add_variant_family(rud_streams
   random/streams/congruential.cpp
   random/streams/r250.cpp
   random/streams/mrg32k3a.cpp
+)
+
+tvx_add_variant_family(rud_distributions
+  random/distributions/uniform.cpp
 )

@@ -183,12 +183,19 @@ constexpr std::uint64_t bit_of(int b) {
   return std::uint64_t{1} << b;
 }
 
-// The groups that classification tests as a whole.
-constexpr std::uint64_t kAvx2Group = bit_of(TVX_FEAT_PCLMULQDQ) | bit_of(TVX_FEAT_FMA) |
-                                     bit_of(TVX_FEAT_BMI) | bit_of(TVX_FEAT_LZCNT) |
-                                     bit_of(TVX_FEAT_AVX2);
-constexpr std::uint64_t kAvx512Group = bit_of(TVX_FEAT_AVX512DQ) | bit_of(TVX_FEAT_AVX512F) |
-                                       bit_of(TVX_FEAT_AVX512BW) | bit_of(TVX_FEAT_AVX512VL);
+// The groups that classification tests as a whole, in the order a missing member is named.
+constexpr int kAvx2Members[] = {TVX_FEAT_AVX2, TVX_FEAT_FMA, TVX_FEAT_BMI, TVX_FEAT_LZCNT,
+                                TVX_FEAT_PCLMULQDQ};
+constexpr int kAvx512Members[] = {TVX_FEAT_AVX512F, TVX_FEAT_AVX512DQ, TVX_FEAT_AVX512BW,
+                                  TVX_FEAT_AVX512VL};
+template <std::size_t N>
+constexpr std::uint64_t mask_of(const int (&members)[N]) {
+  std::uint64_t m = 0;
+  for (int b : members) m |= bit_of(b);
+  return m;
+}
+constexpr std::uint64_t kAvx2Group = mask_of(kAvx2Members);
+constexpr std::uint64_t kAvx512Group = mask_of(kAvx512Members);
 
 // Registers read once per feature-word fill.
 struct Snapshot {
@@ -580,6 +587,23 @@ bool vendor_in(const char vendor[12], const char* list) {
   return false;
 }
 
+// Code levels: 0 SSE2, 1 SSE4.2, 2 AVX2, 3 AVX-512. A level needs the groups that classification
+// requires before it chooses that level's class (the SSE4.2 level, SSE4.2 itself), so code counts
+// as runnable exactly where detection could choose it.
+int level_missing_feature(int level) {
+  if (level == 1 && !tvx_cpu_has_feature(TVX_FEAT_SSE4_2)) return TVX_FEAT_SSE4_2;
+  if (level >= 2) {
+    if (!tvx_cpu_has_feature(TVX_FEAT_AVX)) return TVX_FEAT_AVX;
+    for (int b : kAvx2Members)
+      if (!tvx_cpu_has_feature(b)) return b;
+  }
+  if (level >= 3) {
+    for (int b : kAvx512Members)
+      if (!tvx_cpu_has_feature(b)) return b;
+  }
+  return -1;
+}
+
 }  // namespace
 
 extern "C" {
@@ -761,6 +785,16 @@ int tvx_rud_variant_of_cpu_type(int cpu_type) {
 
 int tvx_kaz_variant_of_cpu_type(int cpu_type) {
   return (cpu_type >= 0 && cpu_type < 10) ? kVariantOfCpuType[cpu_type] : 0;
+}
+
+int tvx_kaz_variant_missing_feature(int variant) {
+  static constexpr int kLevel[6] = {0, 0, 1, 2, 0, 3};
+  return level_missing_feature(variant >= 0 && variant < 6 ? kLevel[variant] : 0);
+}
+
+int tvx_rud_copy_missing_feature(int copy) {
+  static constexpr int kLevel[5] = {0, 0, 1, 2, 3};
+  return level_missing_feature(copy >= 0 && copy < 5 ? kLevel[copy] : 0);
 }
 
 void tvx_cpu_test_use_probe(tvx_cpuid_fn cpuid, tvx_xgetbv_fn xgetbv, const char* home_vendors) {

@@ -72,4 +72,10 @@ int tvx_rud_variant_of_cpu_type(int cpu_type);
 // Vector variant index (0..5) of a CPU type.
 int tvx_kaz_variant_of_cpu_type(int cpu_type);
 
+// Whether code of a variant can run here, by the feature word (ORVANE_ISA_DISABLE applied): the
+// bit of the first feature it needs and the word lacks, or -1 when it can run. Vector variants
+// are 0..5 (4 holds no code), random and statistics copies 0..4; other numbers need nothing.
+int tvx_kaz_variant_missing_feature(int variant);
+int tvx_rud_copy_missing_feature(int copy);
+
 }  // extern "C"

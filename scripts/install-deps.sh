@@ -9,8 +9,8 @@ packages=(
   python3-numpy
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
-  libsleef-dev libgsl-dev
-  binutils
+  libsleef-dev libgsl-dev python3-numpy
+  binutils dpkg-dev
 )
 
 missing=()

@@ -61,9 +61,30 @@ void print_limit() {
   std::printf("\n");
 }
 
+// One line: the variants this machine runs, for summaries such as the one of `make demo`.
+void print_variant_line() {
+  const int variant = tvx_kaz_variant_index();
+  const int rud = tvx_rud_cpu_type();
+  std::printf("%s vector kernels, %s copy of the random and statistics code (CPU type %d)\n",
+              variant >= 0 && variant < 6 ? kVectorVariantNames[variant] : "?",
+              kRudVariantNames[tvx_rud_variant_of_cpu_type(rud)], rud);
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--variant") == 0) {
+    print_variant_line();
+    return 0;
+  }
+  if (argc > 1) {
+    const bool help = std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0;
+    std::fprintf(help ? stdout : stderr,
+                 "usage: tvx-info [--variant]\n"
+                 "  Prints the processor features the library detects, the variants it runs and\n"
+                 "  the settings in force; --variant prints only the variants, on one line.\n");
+    return help ? 0 : 2;
+  }
   std::printf("Tarvex library information\n");
   print_vendor();
   std::printf("  features         :");

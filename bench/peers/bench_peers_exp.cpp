@@ -7,22 +7,68 @@
 // measure.
 #include <benchmark/benchmark.h>
 #include <immintrin.h>
-#include <sleef.h>
 
 #include <cmath>
 #include <random>
 #include <vector>
 
+#include "peer_isa.h"
 #include "runtime/settings.h"
 #include "tvx_vector.h"
 #include "vector/frame/rows.h"
 
+// The peers' entry points, declared here with the instructions their vector types need (SLEEF's
+// header declares them only in a program compiled for those instructions throughout).
+#pragma GCC push_options
+#pragma GCC target("avx2,fma,avx512f,avx512dq")
 extern "C" {
-// glibc's vector library, AVX-512 entry points.
+__m512d Sleef_expd8_u10(__m512d);
+__m512 Sleef_expf16_u10(__m512);
+__m256 Sleef_expf8_u10(__m256);
 __m512d _ZGVeN8v_exp(__m512d);
 __m512 _ZGVeN16v_expf(__m512);
 __m256 _ZGVdN8v_expf(__m256);
 }
+
+namespace {
+void sleef_d8_u10(int n, const double* a, double* r) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm512_storeu_pd(r + i, Sleef_expd8_u10(_mm512_loadu_pd(a + i)));
+  for (; i < n; ++i) r[i] = std::exp(a[i]);
+}
+void sleef_f16_u10(int n, const float* a, float* r) {
+  int i = 0;
+  for (; i + 16 <= n; i += 16) _mm512_storeu_ps(r + i, Sleef_expf16_u10(_mm512_loadu_ps(a + i)));
+  for (; i < n; ++i) r[i] = std::exp(a[i]);
+}
+void libmvec_d8(int n, const double* a, double* r) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm512_storeu_pd(r + i, _ZGVeN8v_exp(_mm512_loadu_pd(a + i)));
+  for (; i < n; ++i) r[i] = std::exp(a[i]);
+}
+void libmvec_f16(int n, const float* a, float* r) {
+  int i = 0;
+  for (; i + 16 <= n; i += 16) _mm512_storeu_ps(r + i, _ZGVeN16v_expf(_mm512_loadu_ps(a + i)));
+  for (; i < n; ++i) r[i] = std::exp(a[i]);
+}
+}  // namespace
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+namespace {
+void sleef_f8_u10(int n, const float* a, float* r) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, Sleef_expf8_u10(_mm256_loadu_ps(a + i)));
+  for (; i < n; ++i) r[i] = std::exp(a[i]);
+}
+void libmvec_f8(int n, const float* a, float* r) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, _ZGVdN8v_expf(_mm256_loadu_ps(a + i)));
+  for (; i < n; ++i) r[i] = std::exp(a[i]);
+}
+}  // namespace
+#pragma GCC pop_options
 
 namespace {
 
@@ -70,51 +116,34 @@ void Tvx_vsExp(benchmark::State& s, unsigned mode) {
 
 // The AVX2 kernel of one level, straight from its cell (variant 3); one thread, no threader.
 void Tvx_vsExp_avx2(benchmark::State& s, int level) {
-  const auto kernel = tvx_row_exp_s.kernels[3 + 6 * (level - 1)];
+  if (skip_unless_variant_runs(s, kAvx2Variant)) return;
+  const auto kernel = tvx_row_exp_s.kernels[kAvx2Variant + 6 * (level - 1)];
   run<float>(s, [kernel](int n, const float* a, float* r) { kernel(n, a, r); });
 }
 
+// A peer's kernel, where the instructions it was compiled for can run.
+template <class T>
+void peer(benchmark::State& s, int variant, void (*kernel)(int, const T*, T*)) {
+  if (skip_unless_variant_runs(s, variant)) return;
+  run<T>(s, kernel);
+}
 void Sleef_d8_u10(benchmark::State& s) {
-  run<double>(s, [](int n, const double* a, double* r) {
-    int i = 0;
-    for (; i + 8 <= n; i += 8) _mm512_storeu_pd(r + i, Sleef_expd8_u10(_mm512_loadu_pd(a + i)));
-    for (; i < n; ++i) r[i] = std::exp(a[i]);
-  });
+  peer<double>(s, kAvx512Variant, sleef_d8_u10);
 }
 void Sleef_f16_u10(benchmark::State& s) {
-  run<float>(s, [](int n, const float* a, float* r) {
-    int i = 0;
-    for (; i + 16 <= n; i += 16) _mm512_storeu_ps(r + i, Sleef_expf16_u10(_mm512_loadu_ps(a + i)));
-    for (; i < n; ++i) r[i] = std::exp(a[i]);
-  });
+  peer<float>(s, kAvx512Variant, sleef_f16_u10);
 }
 void Libmvec_d8(benchmark::State& s) {
-  run<double>(s, [](int n, const double* a, double* r) {
-    int i = 0;
-    for (; i + 8 <= n; i += 8) _mm512_storeu_pd(r + i, _ZGVeN8v_exp(_mm512_loadu_pd(a + i)));
-    for (; i < n; ++i) r[i] = std::exp(a[i]);
-  });
+  peer<double>(s, kAvx512Variant, libmvec_d8);
 }
 void Libmvec_f16(benchmark::State& s) {
-  run<float>(s, [](int n, const float* a, float* r) {
-    int i = 0;
-    for (; i + 16 <= n; i += 16) _mm512_storeu_ps(r + i, _ZGVeN16v_expf(_mm512_loadu_ps(a + i)));
-    for (; i < n; ++i) r[i] = std::exp(a[i]);
-  });
+  peer<float>(s, kAvx512Variant, libmvec_f16);
 }
 void Sleef_f8_u10(benchmark::State& s) {
-  run<float>(s, [](int n, const float* a, float* r) {
-    int i = 0;
-    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, Sleef_expf8_u10(_mm256_loadu_ps(a + i)));
-    for (; i < n; ++i) r[i] = std::exp(a[i]);
-  });
+  peer<float>(s, kAvx2Variant, sleef_f8_u10);
 }
 void Libmvec_f8(benchmark::State& s) {
-  run<float>(s, [](int n, const float* a, float* r) {
-    int i = 0;
-    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, _ZGVdN8v_expf(_mm256_loadu_ps(a + i)));
-    for (; i < n; ++i) r[i] = std::exp(a[i]);
-  });
+  peer<float>(s, kAvx2Variant, libmvec_f8);
 }
 void Glibc_exp(benchmark::State& s) {
   run<double>(s, [](int n, const double* a, double* r) {

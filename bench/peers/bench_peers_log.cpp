@@ -5,7 +5,6 @@
 // After the runs a table of ns per element and of peer / library time ratios is printed.
 #include <benchmark/benchmark.h>
 #include <immintrin.h>
-#include <sleef.h>
 
 #include <cmath>
 #include <cstdio>
@@ -14,13 +13,68 @@
 #include <string>
 #include <vector>
 
+#include "peer_isa.h"
 #include "runtime/cpu_type.h"
 #include "vector/frame/rows.h"
 
+// The peers' entry points, declared here with the instructions their vector types need (SLEEF's
+// header declares them only in a program compiled for those instructions throughout), and their
+// kernels, templates over the peer function.
+#pragma GCC push_options
+#pragma GCC target("avx2,fma,avx512f,avx512dq")
 extern "C" {
+__m512d Sleef_logd8_u10(__m512d);
+__m512d Sleef_logd8_u35(__m512d);
+__m512 Sleef_logf16_u10(__m512);
+__m512 Sleef_logf16_u35(__m512);
+__m256d Sleef_logd4_u10avx2(__m256d);
+__m256d Sleef_logd4_u35avx2(__m256d);
+__m256 Sleef_logf8_u10avx2(__m256);
+__m256 Sleef_logf8_u35avx2(__m256);
 __m512d _ZGVeN8v_log(__m512d);
 __m512 _ZGVeN16v_logf(__m512);
 }
+
+namespace {
+template <auto F>
+void vec_d(int n, const double* a, double* r) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm512_storeu_pd(r + i, F(_mm512_loadu_pd(a + i)));
+  if (i < n) {
+    const __mmask8 m = static_cast<__mmask8>((1u << (n - i)) - 1u);
+    _mm512_mask_storeu_pd(r + i, m, F(_mm512_mask_loadu_pd(_mm512_set1_pd(1.0), m, a + i)));
+  }
+}
+template <auto F>
+void vec_s(int n, const float* a, float* r) {
+  int i = 0;
+  for (; i + 16 <= n; i += 16) _mm512_storeu_ps(r + i, F(_mm512_loadu_ps(a + i)));
+  if (i < n) {
+    const __mmask16 m = static_cast<__mmask16>((1u << (n - i)) - 1u);
+    _mm512_mask_storeu_ps(r + i, m, F(_mm512_mask_loadu_ps(_mm512_set1_ps(1.0f), m, a + i)));
+  }
+}
+}  // namespace
+#pragma GCC pop_options
+
+// The same at AVX2 width, beside the AVX2 cells.
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+namespace {
+template <auto F>
+void vec_d4(int n, const double* a, double* r) {
+  int i = 0;
+  for (; i + 4 <= n; i += 4) _mm256_storeu_pd(r + i, F(_mm256_loadu_pd(a + i)));
+  for (; i < n; ++i) r[i] = std::log(a[i]);
+}
+template <auto F>
+void vec_s8(int n, const float* a, float* r) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, F(_mm256_loadu_ps(a + i)));
+  for (; i < n; ++i) r[i] = std::log(a[i]);
+}
+}  // namespace
+#pragma GCC pop_options
 
 namespace {
 
@@ -57,6 +111,7 @@ void run(benchmark::State& state, F&& f) {
 // too when the machine has AVX-512).
 template <class T>
 void tvx_level(benchmark::State& state, int level, int variant = -1) {
+  if (variant >= 0 && skip_unless_variant_runs(state, variant)) return;
   const int slot = (variant < 0 ? tvx_kaz_variant_index() : variant) + 6 * (level - 1);
   if constexpr (sizeof(T) == 8) {
     run<T>(state, tvx_row_ln_d.kernels[slot]);
@@ -65,46 +120,11 @@ void tvx_level(benchmark::State& state, int level, int variant = -1) {
   }
 }
 
-// SLEEF declares its functions with a const-qualified return type, hence the template.
-template <class F>
-void vec_d(benchmark::State& state, F f) {
-  run<double>(state, [f](int n, const double* a, double* r) {
-    int i = 0;
-    for (; i + 8 <= n; i += 8) _mm512_storeu_pd(r + i, f(_mm512_loadu_pd(a + i)));
-    if (i < n) {
-      const __mmask8 m = static_cast<__mmask8>((1u << (n - i)) - 1u);
-      _mm512_mask_storeu_pd(r + i, m, f(_mm512_mask_loadu_pd(_mm512_set1_pd(1.0), m, a + i)));
-    }
-  });
-}
-template <class F>
-void vec_s(benchmark::State& state, F f) {
-  run<float>(state, [f](int n, const float* a, float* r) {
-    int i = 0;
-    for (; i + 16 <= n; i += 16) _mm512_storeu_ps(r + i, f(_mm512_loadu_ps(a + i)));
-    if (i < n) {
-      const __mmask16 m = static_cast<__mmask16>((1u << (n - i)) - 1u);
-      _mm512_mask_storeu_ps(r + i, m, f(_mm512_mask_loadu_ps(_mm512_set1_ps(1.0f), m, a + i)));
-    }
-  });
-}
-
-// The same at AVX2 width, for the AVX2 cells.
-template <class F>
-void vec_d4(benchmark::State& state, F f) {
-  run<double>(state, [f](int n, const double* a, double* r) {
-    int i = 0;
-    for (; i + 4 <= n; i += 4) _mm256_storeu_pd(r + i, f(_mm256_loadu_pd(a + i)));
-    for (; i < n; ++i) r[i] = std::log(a[i]);
-  });
-}
-template <class F>
-void vec_s8(benchmark::State& state, F f) {
-  run<float>(state, [f](int n, const float* a, float* r) {
-    int i = 0;
-    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(r + i, f(_mm256_loadu_ps(a + i)));
-    for (; i < n; ++i) r[i] = std::log(a[i]);
-  });
+// A peer's kernel, where the instructions it was compiled for can run.
+template <class T>
+void peer(benchmark::State& state, int variant, void (*kernel)(int, const T*, T*)) {
+  if (skip_unless_variant_runs(state, variant)) return;
+  run<T>(state, kernel);
 }
 
 void register_all() {
@@ -116,14 +136,19 @@ void register_all() {
       {"vdLn/tvx_LA", [](benchmark::State& s) { tvx_level<double>(s, 1); }},
       {"vdLn/tvx_HA", [](benchmark::State& s) { tvx_level<double>(s, 2); }},
       {"vdLn/tvx_EP", [](benchmark::State& s) { tvx_level<double>(s, 3); }},
-      {"vdLn/tvx_avx2_LA", [](benchmark::State& s) { tvx_level<double>(s, 1, 3); }},
-      {"vdLn/tvx_avx2_HA", [](benchmark::State& s) { tvx_level<double>(s, 2, 3); }},
-      {"vdLn/tvx_avx2_EP", [](benchmark::State& s) { tvx_level<double>(s, 3, 3); }},
-      {"vdLn/sleef_u10", [](benchmark::State& s) { vec_d(s, Sleef_logd8_u10); }},
-      {"vdLn/sleef_u35", [](benchmark::State& s) { vec_d(s, Sleef_logd8_u35); }},
-      {"vdLn/sleef_avx2_u10", [](benchmark::State& s) { vec_d4(s, Sleef_logd4_u10avx2); }},
-      {"vdLn/sleef_avx2_u35", [](benchmark::State& s) { vec_d4(s, Sleef_logd4_u35avx2); }},
-      {"vdLn/libmvec", [](benchmark::State& s) { vec_d(s, _ZGVeN8v_log); }},
+      {"vdLn/tvx_avx2_LA", [](benchmark::State& s) { tvx_level<double>(s, 1, kAvx2Variant); }},
+      {"vdLn/tvx_avx2_HA", [](benchmark::State& s) { tvx_level<double>(s, 2, kAvx2Variant); }},
+      {"vdLn/tvx_avx2_EP", [](benchmark::State& s) { tvx_level<double>(s, 3, kAvx2Variant); }},
+      {"vdLn/sleef_u10",
+       [](benchmark::State& s) { peer<double>(s, kAvx512Variant, vec_d<Sleef_logd8_u10>); }},
+      {"vdLn/sleef_u35",
+       [](benchmark::State& s) { peer<double>(s, kAvx512Variant, vec_d<Sleef_logd8_u35>); }},
+      {"vdLn/sleef_avx2_u10",
+       [](benchmark::State& s) { peer<double>(s, kAvx2Variant, vec_d4<Sleef_logd4_u10avx2>); }},
+      {"vdLn/sleef_avx2_u35",
+       [](benchmark::State& s) { peer<double>(s, kAvx2Variant, vec_d4<Sleef_logd4_u35avx2>); }},
+      {"vdLn/libmvec",
+       [](benchmark::State& s) { peer<double>(s, kAvx512Variant, vec_d<_ZGVeN8v_log>); }},
       {"vdLn/glibc_scalar",
        [](benchmark::State& s) {
          run<double>(s, [](int n, const double* a, double* r) {
@@ -133,14 +158,19 @@ void register_all() {
       {"vsLn/tvx_LA", [](benchmark::State& s) { tvx_level<float>(s, 1); }},
       {"vsLn/tvx_HA", [](benchmark::State& s) { tvx_level<float>(s, 2); }},
       {"vsLn/tvx_EP", [](benchmark::State& s) { tvx_level<float>(s, 3); }},
-      {"vsLn/tvx_avx2_LA", [](benchmark::State& s) { tvx_level<float>(s, 1, 3); }},
-      {"vsLn/tvx_avx2_HA", [](benchmark::State& s) { tvx_level<float>(s, 2, 3); }},
-      {"vsLn/tvx_avx2_EP", [](benchmark::State& s) { tvx_level<float>(s, 3, 3); }},
-      {"vsLn/sleef_u10", [](benchmark::State& s) { vec_s(s, Sleef_logf16_u10); }},
-      {"vsLn/sleef_u35", [](benchmark::State& s) { vec_s(s, Sleef_logf16_u35); }},
-      {"vsLn/sleef_avx2_u10", [](benchmark::State& s) { vec_s8(s, Sleef_logf8_u10avx2); }},
-      {"vsLn/sleef_avx2_u35", [](benchmark::State& s) { vec_s8(s, Sleef_logf8_u35avx2); }},
-      {"vsLn/libmvec", [](benchmark::State& s) { vec_s(s, _ZGVeN16v_logf); }},
+      {"vsLn/tvx_avx2_LA", [](benchmark::State& s) { tvx_level<float>(s, 1, kAvx2Variant); }},
+      {"vsLn/tvx_avx2_HA", [](benchmark::State& s) { tvx_level<float>(s, 2, kAvx2Variant); }},
+      {"vsLn/tvx_avx2_EP", [](benchmark::State& s) { tvx_level<float>(s, 3, kAvx2Variant); }},
+      {"vsLn/sleef_u10",
+       [](benchmark::State& s) { peer<float>(s, kAvx512Variant, vec_s<Sleef_logf16_u10>); }},
+      {"vsLn/sleef_u35",
+       [](benchmark::State& s) { peer<float>(s, kAvx512Variant, vec_s<Sleef_logf16_u35>); }},
+      {"vsLn/sleef_avx2_u10",
+       [](benchmark::State& s) { peer<float>(s, kAvx2Variant, vec_s8<Sleef_logf8_u10avx2>); }},
+      {"vsLn/sleef_avx2_u35",
+       [](benchmark::State& s) { peer<float>(s, kAvx2Variant, vec_s8<Sleef_logf8_u35avx2>); }},
+      {"vsLn/libmvec",
+       [](benchmark::State& s) { peer<float>(s, kAvx512Variant, vec_s<_ZGVeN16v_logf>); }},
       {"vsLn/glibc_scalar",
        [](benchmark::State& s) {
          run<float>(s, [](int n, const float* a, float* r) {
@@ -160,6 +190,7 @@ class Collector : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
+      if (r.error_occurred) continue;  // a case this machine cannot run
       if (r.run_type != Run::RT_Iteration && r.aggregate_name != "median") continue;
       const std::string name = r.run_name.function_name;  // vdLn/tvx_HA
       const long n = std::stol(r.run_name.args);

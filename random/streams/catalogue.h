@@ -57,6 +57,21 @@ inline constexpr int brng_member(int brng) {
   return brng & (RUD_BRNG_INC - 1);
 }
 
+// The older numbering: 0..3 the first four rows, 4..276 the Wichmann-Hill members, 277 Sobol,
+// 278 Niederreiter, 279 and 280 blank. Gives the catalogue row, or -1 for a blank row.
+inline constexpr int older_to_row(int brng) {
+  if (brng < 4) return brng;
+  if (brng <= 276) return 4;
+  if (brng == 277) return 5;
+  if (brng == 278) return 6;
+  return -1;
+}
+
+// Catalogue row of a number of either numbering (not checked against the catalogue).
+inline constexpr int row_index(int brng) {
+  return brng >= RUD_BRNG_INC ? brng_row(brng) : older_to_row(brng);
+}
+
 // Stream test of the frames: null, or a record whose valid byte is not 1.
 inline int stream_test(RudStreamPtr s) {
   if (s == nullptr) return RUD_ERROR_NULL_PTR;

@@ -52,16 +52,6 @@ volatile std::int32_t g_register_lock = 0;
 
 const RudBrngProperties kBlankRow = {};
 
-// The older numbering: 0..3 the first four rows, 4..276 the Wichmann-Hill members, 277 Sobol,
-// 278 Niederreiter, 279 and 280 blank. Gives the catalogue row, or -1 for a blank row.
-constexpr int older_to_row(int brng) {
-  if (brng < 4) return brng;
-  if (brng <= 276) return 4;
-  if (brng == 277) return 5;
-  if (brng == 278) return 6;
-  return -1;
-}
-
 // Row lookup and number check; null when the number is refused.
 const RudBrngProperties* lookup(int brng) {
   if (brng < 0) return nullptr;
@@ -72,7 +62,7 @@ const RudBrngProperties* lookup(int brng) {
     return &g_rows[row];
   }
   if (brng >= kOlderRows) return nullptr;
-  const int row = older_to_row(brng);
+  const int row = rud::older_to_row(brng);
   if (row < 0) return &kBlankRow;
   return g_members[row] > 0 ? &g_rows[row] : nullptr;
 }

@@ -1,5 +1,5 @@
-// Test access to the five variant copies of the stream layer, the known-answer file and a word
-// digest shared by the random tests.
+// Test access to the five variant copies of the stream layer (whether one can run here is asked
+// of support/variants.h), the known-answer file and a word digest shared by the random tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "random/streams/catalogue.h"
+#include "support/variants.h"
 #include "tvx_random.h"
 
 namespace tvx::test {
@@ -51,19 +52,8 @@ inline const std::vector<Copy>& all_copies() {
   return copies;
 }
 
-inline bool copy_runs(const Copy& c) {
-  __builtin_cpu_init();
-  switch (c.index) {
-    case 2:
-      return __builtin_cpu_supports("sse4.2");
-    case 3:
-      return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-    case 4:
-      return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-             __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-    default:
-      return true;
-  }
+inline const char* lacks(const Copy& c) {
+  return copy_lacks(c.index);
 }
 
 inline void PrintTo(const Copy& c, std::ostream* os) {
@@ -73,11 +63,6 @@ inline void PrintTo(const Copy& c, std::ostream* os) {
 inline std::string copy_name(const testing::TestParamInfo<Copy>& info) {
   return info.param.name;
 }
-
-#define TVX_SKIP_IF_COPY_CANNOT_RUN(c)                                           \
-  do {                                                                           \
-    if (!tvx::test::copy_runs(c)) GTEST_SKIP() << "CPU lacks copy " << (c).name; \
-  } while (0)
 
 // FNV-1a over whole words, as the reference tool computes it.
 struct Digest {

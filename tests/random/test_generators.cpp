@@ -59,7 +59,7 @@ class Stream {
 
 class Generators : public testing::TestWithParam<Copy> {
  protected:
-  void SetUp() override { TVX_SKIP_IF_COPY_CANNOT_RUN(GetParam()); }
+  void SetUp() override { TVX_SKIP_IF_CPU_LACKS(GetParam()); }
 };
 
 double bits_to_double(std::uint64_t b) {

@@ -293,7 +293,7 @@ TEST_F(Frames, RegistrationOfAUserGenerator) {
     // A registered row has one member; the registration went to the copy in use only.
     if (rudNewStream(&s, number + 1, 1) != RUD_RNG_ERROR_INVALID_BRNG) return 8;
     for (const Copy& c : all_copies()) {
-      if (c.num_rows() != (&c == &copy_in_use() ? 17 : 16)) return 9;
+      if (!lacks(c) && c.num_rows() != (&c == &copy_in_use() ? 17 : 16)) return 9;
     }
     if (reports() != std::vector<Report>{{"rudNewStream", 2}}) return 10;
     return 0;
@@ -477,13 +477,17 @@ TEST(CopyChoice, FollowsTheCpuTypeMap) {
   const int expected_copy[10] = {0, 1, 0, 0, 0, 2, 2, 3, 3, 4};
   std::string first;
   for (const char* type : {"0", "1", "2", "5", "6", "7", "8", "9"}) {
+    if (const char* missing = forced_type_lacks(std::atoi(type))) {
+      std::printf("CPU type %s not forced: CPU lacks %s\n", type, missing);
+      continue;
+    }
     const ChildResult r = run_in_child({{"TVX_KAZ_DEBUG_CPU_TYPE", type}}, [&] {
       const int cpu = tvx_rud_cpu_type();
       if (cpu < 0 || cpu > 9) return 1;
       const int number = rudRegisterBrng(&kCounter);
       if (number < 0) return 2;
       for (const Copy& c : all_copies()) {
-        if (c.num_rows() != (c.index == expected_copy[cpu] ? 17 : 16)) return 3;
+        if (!lacks(c) && c.num_rows() != (c.index == expected_copy[cpu] ? 17 : 16)) return 3;
       }
       RudStreamPtr s = nullptr;
       if (rudNewStream(&s, RUD_BRNG_MRG32K3A, 12345) != 0) return 4;
