@@ -6,7 +6,6 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build ccache pkg-config
   libxsimd-dev libopenblas-dev libopenblas-openmp-dev liblapacke-dev
-  python3-numpy
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
   libsleef-dev libgsl-dev python3-numpy
