@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build ccache pkg-config
-  libxsimd-dev libopenblas-dev liblapacke-dev
+  libxsimd-dev libopenblas-dev libopenblas-openmp-dev liblapacke-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
   libsleef-dev libgsl-dev python3-numpy
