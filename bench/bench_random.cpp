@@ -4,6 +4,10 @@
 // over std::mt19937_64 and numpy's Generator(PCG64).random (run by bench_random_numpy.py in the
 // same run, timed call by call). Rates are per processor second of this thread (numpy's too), so
 // other load on the machine affects them little; ns per element = 10^9 / items_per_second.
+// The counter-based generators beside Random123's philox4x32 and ars4x32 (its headers, built
+// -march=native, a plain loop of one block per counter) and numpy's Philox bit generator.
+#include <Random123/ars.h>
+#include <Random123/philox.h>
 #include <benchmark/benchmark.h>
 #include <gsl/gsl_rng.h>
 
@@ -50,10 +54,45 @@ BENCHMARK_CAPTURE(words, mcg31, RUD_BRNG_MCG31);
 BENCHMARK_CAPTURE(words, r250, RUD_BRNG_R250);
 BENCHMARK_CAPTURE(words, mrg32k3a, RUD_BRNG_MRG32K3A);
 BENCHMARK_CAPTURE(words, mcg59, RUD_BRNG_MCG59);
+BENCHMARK_CAPTURE(words, philox4x32x10, RUD_BRNG_PHILOX4X32X10);
+BENCHMARK_CAPTURE(words, ars5, RUD_BRNG_ARS5);
+BENCHMARK_CAPTURE(words, nondeterm, RUD_BRNG_NONDETERM);
 BENCHMARK_CAPTURE(uniforms, mcg31, RUD_BRNG_MCG31);
 BENCHMARK_CAPTURE(uniforms, r250, RUD_BRNG_R250);
 BENCHMARK_CAPTURE(uniforms, mrg32k3a, RUD_BRNG_MRG32K3A);
 BENCHMARK_CAPTURE(uniforms, mcg59, RUD_BRNG_MCG59);
+BENCHMARK_CAPTURE(uniforms, philox4x32x10, RUD_BRNG_PHILOX4X32X10);
+BENCHMARK_CAPTURE(uniforms, ars5, RUD_BRNG_ARS5);
+
+// Random123's counter-based generators: n words from consecutive counters, one block a call.
+template <class Block>
+void r123_words(benchmark::State& state, Block block) {
+  std::vector<unsigned int> r(kN);
+  std::uint32_t counter = 0;
+  for (auto _ : state) {
+    for (int i = 0; i < kN; i += 4) block(counter++, r.data() + i);
+    benchmark::DoNotOptimize(r.data());
+  }
+  state.SetItemsProcessed(state.iterations() * kN);
+}
+void r123_philox4x32_10(benchmark::State& state) {
+  const philox4x32_key_t key = {{12345u, 0u}};
+  r123_words(state, [&](std::uint32_t c, unsigned int* out) {
+    const philox4x32_ctr_t ctr = {{c, 0u, 0u, 0u}};
+    const philox4x32_ctr_t v = philox4x32_R(10, ctr, key);
+    for (int j = 0; j < 4; ++j) out[j] = v.v[j];
+  });
+}
+BENCHMARK(r123_philox4x32_10);
+void r123_ars4x32_5(benchmark::State& state) {
+  const ars4x32_key_t key = {{12345u, 0u, 0u, 0u}};
+  r123_words(state, [&](std::uint32_t c, unsigned int* out) {
+    const ars4x32_ctr_t ctr = {{c, 0u, 0u, 0u}};
+    const ars4x32_ctr_t v = ars4x32_R(5, ctr, key);
+    for (int j = 0; j < 4; ++j) out[j] = v.v[j];
+  });
+}
+BENCHMARK(r123_ars4x32_5);
 
 // ---- Uniform exports ---------------------------------------------------------------------------
 void per_element(benchmark::State& state) {
@@ -140,9 +179,10 @@ BENCHMARK(std_uniform_real_mt19937_64);
 
 // numpy's Generator(PCG64).random(n, out=...): the script times each call in processor time and
 // this benchmark reports those times, so the figure sits in the same table as the others.
-void numpy_pcg64_random(benchmark::State& state) {
+void numpy_peer(benchmark::State& state, const char* mode) {
   const std::string command = std::string(TVX_NUMPY_PYTHON) + " " + TVX_NUMPY_SCRIPT + " " +
-                              std::to_string(kN) + " " + std::to_string(state.max_iterations);
+                              std::to_string(kN) + " " + std::to_string(state.max_iterations) +
+                              " " + mode;
   std::vector<double> seconds;
   if (FILE* pipe = popen(command.c_str(), "r")) {
     double t;
@@ -159,7 +199,9 @@ void numpy_pcg64_random(benchmark::State& state) {
   for (auto _ : state) state.SetIterationTime(seconds[i++]);
   per_element(state);
 }
-BENCHMARK(numpy_pcg64_random)->UseManualTime()->Iterations(200);
+BENCHMARK_CAPTURE(numpy_peer, pcg64_random, "random")->UseManualTime()->Iterations(200);
+// numpy's Philox is Philox4x64-10: the row counts 32-bit words' worth (N / 2 64-bit words).
+BENCHMARK_CAPTURE(numpy_peer, philox_words, "philox")->UseManualTime()->Iterations(200);
 
 void gsl_words(benchmark::State& state, const gsl_rng_type* type) {
   gsl_rng* g = gsl_rng_alloc(type);

@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
-"""numpy's peer of the uniform exports, run by bench_random: Generator(PCG64).random into a
-preallocated array of n doubles, each call timed in processor time of this process, as Google
-Benchmark times the other entries.
+"""numpy's peers of the random exports, run by bench_random, each call timed in processor time of
+this process, as Google Benchmark times the other entries:
 
-Usage: bench_random_numpy.py N REPS -- prints REPS lines, the seconds of one call each.
+  random  Generator(PCG64).random into a preallocated array of N doubles (the default);
+  philox  the Philox bit generator's raw output, N / 2 64-bit words (N 32-bit words' worth) per
+          call; random_raw has no output argument, so each call also makes its array.
+
+Usage: bench_random_numpy.py N REPS [random|philox] -- prints REPS lines, the seconds of one call.
 """
 import sys
 import time
@@ -13,13 +16,23 @@ import numpy as np
 
 def main():
     n, reps = int(sys.argv[1]), int(sys.argv[2])
-    generator = np.random.Generator(np.random.PCG64(12345))
-    out = np.empty(n)
-    generator.random(n, out=out)  # first touch of the array and of the code
+    mode = sys.argv[3] if len(sys.argv) > 3 else "random"
+    if mode == "philox":
+        bit_generator = np.random.Philox(12345)
+
+        def call():
+            bit_generator.random_raw(n // 2)
+    else:
+        generator = np.random.Generator(np.random.PCG64(12345))
+        out = np.empty(n)
+
+        def call():
+            generator.random(n, out=out)
+    call()  # first touch of the arrays and of the code
     lines = []
     for _ in range(reps):
         start = time.process_time_ns()
-        generator.random(n, out=out)
+        call()
         lines.append(f"{(time.process_time_ns() - start) * 1e-9:.9e}")
     print("\n".join(lines))
 

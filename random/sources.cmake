@@ -4,6 +4,7 @@
 target_sources(tvx_core PRIVATE
   random/streams/exports.cpp
   random/distributions/frame.cpp
+  random/streams/probes.cpp
 )
 
 tvx_add_variant_family(rud_streams
@@ -11,6 +12,8 @@ tvx_add_variant_family(rud_streams
   random/streams/congruential.cpp
   random/streams/r250.cpp
   random/streams/mrg32k3a.cpp
+  random/streams/counter.cpp
+  random/streams/nondeterm.cpp
 )
 
 tvx_add_variant_family(rud_distributions

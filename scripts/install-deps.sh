@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
   libsleef-dev libgsl-dev python3-numpy
+  librandom123-dev librandom123-doc
   binutils dpkg-dev
 )
 

@@ -19,6 +19,9 @@ TVX_RUD_GENERATOR(mcg31)
 TVX_RUD_GENERATOR(r250)
 TVX_RUD_GENERATOR(mrg32k3a)
 TVX_RUD_GENERATOR(mcg59)
+TVX_RUD_GENERATOR(nondeterm)
+TVX_RUD_GENERATOR(ars5)
+TVX_RUD_GENERATOR(philox)
 #undef TVX_RUD_GENERATOR
 
 // Argument test shared by the block entry points.

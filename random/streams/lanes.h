@@ -1,8 +1,8 @@
 // Integer lane operations of the block generators, one definition per instruction-set variant.
 //
 // Vectors hold unsigned 64-bit lanes (2 with SSE2/SSE4.2, 4 with AVX2, 8 with AVX-512) or 32-bit
-// words for the shift-register generator. Only operations with one exact result are offered, so
-// every variant produces the same words.
+// words for the shift-register and counter-based generators. Only operations with one exact result
+// are offered, so every variant produces the same words.
 #pragma once
 
 #include <immintrin.h>
@@ -71,6 +71,36 @@ inline void store32(std::uint32_t* p, W32 v) {
 inline W32 xor32(W32 a, W32 b) {
   return _mm512_xor_si512(a, b);
 }
+inline W32 set1_32(std::uint32_t x) {
+  return _mm512_set1_epi32(static_cast<int>(x));
+}
+inline W32 iota32() {
+  return _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+}
+inline W32 add32(W32 a, W32 b) {
+  return _mm512_add_epi32(a, b);
+}
+// High and low halves of the 32 x 32-bit products of every word with the same m.
+inline void mulhilo32(W32 a, W32 m, W32& hi, W32& lo) {
+  const W32 even = _mm512_mul_epu32(a, m);
+  const W32 odd = _mm512_mul_epu32(_mm512_srli_epi64(a, 32), m);
+  lo = _mm512_mask_blend_epi32(0xAAAA, even, _mm512_slli_epi64(odd, 32));
+  hi = _mm512_mask_blend_epi32(0xAAAA, _mm512_srli_epi64(even, 32), odd);
+}
+// Four registers, word i of 16 blocks of four words each, stored as 64 words block by block.
+inline void store_blocks4(std::uint32_t* p, W32 c0, W32 c1, W32 c2, W32 c3) {
+  const W32 t0 = _mm512_unpacklo_epi32(c0, c1), t1 = _mm512_unpacklo_epi32(c2, c3);
+  const W32 t2 = _mm512_unpackhi_epi32(c0, c1), t3 = _mm512_unpackhi_epi32(c2, c3);
+  // b_r holds blocks r, r + 4, r + 8, r + 12 in its four 128-bit lanes.
+  const W32 b0 = _mm512_unpacklo_epi64(t0, t1), b1 = _mm512_unpackhi_epi64(t0, t1);
+  const W32 b2 = _mm512_unpacklo_epi64(t2, t3), b3 = _mm512_unpackhi_epi64(t2, t3);
+  const W32 u0 = _mm512_shuffle_i32x4(b0, b1, 0x44), u1 = _mm512_shuffle_i32x4(b2, b3, 0x44);
+  const W32 u2 = _mm512_shuffle_i32x4(b0, b1, 0xEE), u3 = _mm512_shuffle_i32x4(b2, b3, 0xEE);
+  store32(p, _mm512_shuffle_i32x4(u0, u1, 0x88));
+  store32(p + 16, _mm512_shuffle_i32x4(u0, u1, 0xDD));
+  store32(p + 32, _mm512_shuffle_i32x4(u2, u3, 0x88));
+  store32(p + 48, _mm512_shuffle_i32x4(u2, u3, 0xDD));
+}
 
 #elif TVX_VARIANT_ID == 3
 using V = __m256i;
@@ -131,6 +161,32 @@ inline void store32(std::uint32_t* p, W32 v) {
 inline W32 xor32(W32 a, W32 b) {
   return _mm256_xor_si256(a, b);
 }
+inline W32 set1_32(std::uint32_t x) {
+  return _mm256_set1_epi32(static_cast<int>(x));
+}
+inline W32 iota32() {
+  return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+}
+inline W32 add32(W32 a, W32 b) {
+  return _mm256_add_epi32(a, b);
+}
+inline void mulhilo32(W32 a, W32 m, W32& hi, W32& lo) {
+  const W32 even = _mm256_mul_epu32(a, m);
+  const W32 odd = _mm256_mul_epu32(_mm256_srli_epi64(a, 32), m);
+  lo = _mm256_blend_epi32(even, _mm256_slli_epi64(odd, 32), 0xAA);
+  hi = _mm256_blend_epi32(_mm256_srli_epi64(even, 32), odd, 0xAA);
+}
+inline void store_blocks4(std::uint32_t* p, W32 c0, W32 c1, W32 c2, W32 c3) {
+  const W32 t0 = _mm256_unpacklo_epi32(c0, c1), t1 = _mm256_unpacklo_epi32(c2, c3);
+  const W32 t2 = _mm256_unpackhi_epi32(c0, c1), t3 = _mm256_unpackhi_epi32(c2, c3);
+  // b_r holds blocks r and r + 4 in its two 128-bit lanes.
+  const W32 b0 = _mm256_unpacklo_epi64(t0, t1), b1 = _mm256_unpackhi_epi64(t0, t1);
+  const W32 b2 = _mm256_unpacklo_epi64(t2, t3), b3 = _mm256_unpackhi_epi64(t2, t3);
+  store32(p, _mm256_permute2x128_si256(b0, b1, 0x20));
+  store32(p + 8, _mm256_permute2x128_si256(b2, b3, 0x20));
+  store32(p + 16, _mm256_permute2x128_si256(b0, b1, 0x31));
+  store32(p + 24, _mm256_permute2x128_si256(b2, b3, 0x31));
+}
 
 #else  // SSE2 and SSE4.2: two 64-bit lanes
 using V = __m128i;
@@ -189,6 +245,30 @@ inline void store32(std::uint32_t* p, W32 v) {
 }
 inline W32 xor32(W32 a, W32 b) {
   return _mm_xor_si128(a, b);
+}
+inline W32 set1_32(std::uint32_t x) {
+  return _mm_set1_epi32(static_cast<int>(x));
+}
+inline W32 iota32() {
+  return _mm_setr_epi32(0, 1, 2, 3);
+}
+inline W32 add32(W32 a, W32 b) {
+  return _mm_add_epi32(a, b);
+}
+inline void mulhilo32(W32 a, W32 m, W32& hi, W32& lo) {
+  const W32 even = _mm_mul_epu32(a, m);
+  const W32 odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), m);
+  const W32 low_half = _mm_set1_epi64x(0xFFFFFFFFll);
+  lo = _mm_or_si128(_mm_and_si128(even, low_half), _mm_slli_epi64(odd, 32));
+  hi = _mm_or_si128(_mm_srli_epi64(even, 32), _mm_andnot_si128(low_half, odd));
+}
+inline void store_blocks4(std::uint32_t* p, W32 c0, W32 c1, W32 c2, W32 c3) {
+  const W32 t0 = _mm_unpacklo_epi32(c0, c1), t1 = _mm_unpacklo_epi32(c2, c3);
+  const W32 t2 = _mm_unpackhi_epi32(c0, c1), t3 = _mm_unpackhi_epi32(c2, c3);
+  store32(p, _mm_unpacklo_epi64(t0, t1));
+  store32(p + 4, _mm_unpackhi_epi64(t0, t1));
+  store32(p + 8, _mm_unpacklo_epi64(t2, t3));
+  store32(p + 12, _mm_unpackhi_epi64(t2, t3));
 }
 #endif
 

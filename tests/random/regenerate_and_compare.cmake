@@ -1,7 +1,14 @@
 # Runs a generator tool into the build tree and fails when its output differs from the committed
-# file. MODE file: the tool takes the output path; MODE stdout: the tool writes to standard output.
+# file. MODE file: the tool takes the output path; MODE stdout: the tool writes to standard output;
+# MODE program: TOOL is a program that takes the gzip file INPUT_GZ, decompressed, as its argument
+# and writes to standard output.
 if(MODE STREQUAL "file")
   execute_process(COMMAND ${PYTHON} ${TOOL} ${OUT} RESULT_VARIABLE rc)
+elseif(MODE STREQUAL "program")
+  execute_process(COMMAND gzip -dc ${INPUT_GZ} OUTPUT_FILE ${OUT}.input RESULT_VARIABLE rc)
+  if(rc EQUAL 0)
+    execute_process(COMMAND ${TOOL} ${OUT}.input OUTPUT_FILE ${OUT} RESULT_VARIABLE rc)
+  endif()
 else()
   execute_process(COMMAND ${PYTHON} ${TOOL} OUTPUT_FILE ${OUT} RESULT_VARIABLE rc)
 endif()

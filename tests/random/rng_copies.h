@@ -127,6 +127,8 @@ inline int brng_of(const std::string& generator) {
   if (generator == "r250") return RUD_BRNG_R250;
   if (generator == "mrg32k3a") return RUD_BRNG_MRG32K3A;
   if (generator == "mcg59") return RUD_BRNG_MCG59;
+  if (generator == "ars5") return RUD_BRNG_ARS5;
+  if (generator == "philox4x32x10") return RUD_BRNG_PHILOX4X32X10;
   return -1;
 }
 

@@ -28,6 +28,9 @@ namespace tvx::test {
 namespace {
 
 constexpr int kBrngs[] = {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59};
+// The generators of the tests below that hold for any deterministic generator.
+constexpr int kAllBrngs[] = {RUD_BRNG_MCG31, RUD_BRNG_R250,          RUD_BRNG_MRG32K3A,
+                             RUD_BRNG_MCG59, RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5};
 constexpr int kFlag = RUD_RNG_METHOD_ACCURACY_FLAG;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -219,7 +222,7 @@ std::vector<unsigned char> draw(const Export& e, int brng, int n, const std::vec
 TEST(Values, AnyCutOfARequestGivesTheSameValues) {
   constexpr int kN = 1000000;
   for (const Export& e : exports()) {
-    for (int brng : kBrngs) {
+    for (int brng : kAllBrngs) {
       SCOPED_TRACE(std::string(e.name) + " on generator " + std::to_string(brng));
       int whole_status = 0, cut_status = 0;
       const auto whole = draw(e, brng, kN, {kN}, &whole_status);
@@ -235,7 +238,7 @@ TEST(Values, AnyCutOfARequestGivesTheSameValues) {
 TEST(Values, DISABLED_DigestOfThisProcess) {
   Digest d;
   for (const Export& e : exports()) {
-    for (int brng : kBrngs) {
+    for (int brng : kAllBrngs) {
       int status = 0;
       const auto r = draw(e, brng, 100003, {100003}, &status);
       d.add(static_cast<std::uint64_t>(status));
@@ -306,7 +309,7 @@ TEST(Uniform, AccurateFormNeverReachesB) {
 TEST(Uniform, IntegersAreTheFloorOfTheDoubles) {
   constexpr int kN = 100000;
   const std::pair<int, int> ranges[] = {{-3, 3}, {0, 1}, {-1000000, 7}, {INT32_MIN, INT32_MAX}};
-  for (int brng : kBrngs) {
+  for (int brng : kAllBrngs) {
     for (auto [a, b] : ranges) {
       SCOPED_TRACE(std::to_string(brng) + " [" + std::to_string(a) + ", " + std::to_string(b) +
                    ")");
@@ -326,7 +329,7 @@ TEST(Uniform, IntegersAreTheFloorOfTheDoubles) {
 // The bit forms against the generator's own words from a stream in the same state.
 TEST(UniformBits, WordsOfTheGenerator) {
   constexpr int kN = 5003;  // several rounds of the MCG59 handlers and a short last one
-  for (int brng : kBrngs) {
+  for (int brng : kAllBrngs) {
     SCOPED_TRACE(brng);
     RudBrngProperties p;
     ASSERT_EQ(rudGetBrngProperties(brng, &p), 0);
@@ -340,9 +343,17 @@ TEST(UniformBits, WordsOfTheGenerator) {
     std::vector<unsigned> b32(kN, 0xCACACACA);
     std::vector<unsigned long long> b64(kN / 2, 0xCACACACACACACACAull);
     const bool mcg59 = brng == RUD_BRNG_MCG59;
-    const int expected = mcg59 ? 0 : RUD_RNG_ERROR_NO_NUMBER_BITS;
+    const bool direct = brng == RUD_BRNG_PHILOX4X32X10 || brng == RUD_BRNG_ARS5;
+    const int expected = mcg59 || direct ? 0 : RUD_RNG_ERROR_NO_NUMBER_BITS;
     ASSERT_EQ(viRngUniformBits32(0, s2, kN / 2, b32.data()), expected);
     ASSERT_EQ(viRngUniformBits64(0, s2, kN / 4, b64.data()), expected);
+    if (direct) {  // the words themselves; a 64-bit result is two words, the earlier low
+      for (std::size_t i = 0; i < kN / 2; ++i) ASSERT_EQ(b32[i], raw[kN + i]) << i;
+      for (std::size_t i = 0; i < kN / 4; ++i) {
+        const std::size_t w = kN + kN / 2 + 2 * i;
+        ASSERT_EQ(b64[i], raw[w] | static_cast<unsigned long long>(raw[w + 1]) << 32) << i;
+      }
+    }
     if (!mcg59) continue;
     auto top = [&](std::size_t i) {
       std::uint64_t w;
@@ -372,7 +383,7 @@ TEST(Uniform, ChiSquareOfAMillionValues) {
     for (double c : count) sum += (c - expected) * (c - expected) / expected;
     return sum;
   };
-  for (int brng : kBrngs) {
+  for (int brng : kAllBrngs) {
     std::vector<int> cell(kN);
     std::vector<double> d(kN);
     std::vector<float> f(kN);

@@ -1,19 +1,27 @@
-// The four basic generators in every variant copy: known answers from the independent reference,
+// The basic generators in every variant copy: known answers from the independent references,
 // digests over block cuts, skip-ahead and leapfrog against plain stepping, the uniform
-// conversions, the seeding edge cases and the refusals.
+// conversions, the seeding edge cases and the refusals; the hardware source and the AES test
+// through the processor probes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include "random/rng_copies.h"
+#include "random/streams/probes.h"
 
 namespace tvx::test {
 namespace {
 
 const std::vector<Kat>& kats() {
-  static const std::vector<Kat> k = read_kats(TVX_KAT_DIR "/basic_generators.txt");
+  static const std::vector<Kat> k = [] {
+    std::vector<Kat> all = read_kats(TVX_KAT_DIR "/basic_generators.txt");
+    for (Kat& c : read_kats(TVX_KAT_DIR "/counter_generators.txt")) all.push_back(c);
+    return all;
+  }();
   return k;
 }
 
@@ -126,16 +134,18 @@ TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
       ++checked;
     }
   }
-  EXPECT_EQ(checked, 20);
+  EXPECT_EQ(checked, 28);
 }
 
 // Blocks that end one word short of, on, and one past a lane step must not write past n, and
 // every word must be written.
 TEST_P(Generators, BlocksWriteExactlyTheirWords) {
   const Copy& c = GetParam();
-  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59}) {
+  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59,
+                   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5, RUD_BRNG_NONDETERM}) {
     SCOPED_TRACE(brng);
-    for (int n : {0, 1, 15, 16, 17, 31, 32, 33, 47, 64, 65, 250, 251, 1000}) {
+    if (brng == RUD_BRNG_NONDETERM && rud::probes::rdrand_supported() == 0) continue;
+    for (int n : {0, 1, 3, 15, 16, 17, 31, 32, 33, 47, 64, 65, 127, 128, 129, 250, 251, 1000}) {
       Stream s(c, brng, {20240607u});
       const int word = s.row().WordSize;
       const std::size_t bytes = static_cast<std::size_t>(n + 9) * word + 3;
@@ -168,11 +178,12 @@ TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
   struct Case {
     int brng;
     double scale;
+    bool centred;  // m + y s with y the signed word and m the middle of the interval
   };
-  const Case cases[] = {{RUD_BRNG_MCG31, 0x1.0000000200000p-31},
-                        {RUD_BRNG_R250, 0x1p-32},
-                        {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0},
-                        {RUD_BRNG_MCG59, 0x1p-59}};
+  const Case cases[] = {
+      {RUD_BRNG_MCG31, 0x1.0000000200000p-31, false}, {RUD_BRNG_R250, 0x1p-32, false},
+      {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0, false}, {RUD_BRNG_MCG59, 0x1p-59, false},
+      {RUD_BRNG_PHILOX4X32X10, 0x1p-32, true},        {RUD_BRNG_ARS5, 0x1p-32, true}};
   const int n = 3001;
   for (const Case& cs : cases) {
     SCOPED_TRACE(cs.brng);
@@ -188,6 +199,15 @@ TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
       const float fs = static_cast<float>((b - a) * cs.scale);
       for (int i = 0; i < n; ++i) {
         const double xi = static_cast<double>(x[i]);
+        if (cs.centred) {
+          const auto y = static_cast<std::int32_t>(static_cast<std::uint32_t>(x[i]));
+          const float fa = static_cast<float>(a), fb = static_cast<float>(b);
+          ASSERT_EQ(d[i], (a + b) * 0.5 + static_cast<double>(y) * s) << i;
+          ASSERT_EQ(f[i], (fa + fb) * 0.5f + static_cast<float>(y) * ((fb - fa) * 0x1p-32f)) << i;
+          ASSERT_GE(d[i], a);
+          ASSERT_LT(d[i], b);
+          continue;
+        }
         ASSERT_EQ(d[i], a + xi * s) << i;
         ASSERT_GE(d[i], a);
         ASSERT_LE(d[i], b);
@@ -228,6 +248,37 @@ TEST_P(Generators, SkipAheadEqualsSteps) {
       }
       stepped.words(k);
       EXPECT_EQ(skipped.words(100), stepped.words(100));
+    }
+  }
+}
+
+// Counter generators: a skip from any place inside a block (0 to 4 words left of it) lands where
+// stepping does, across block edges and vector batches; the several-word form agrees; a skip of 0
+// or one within the words left moves only `left`.
+TEST_P(Generators, CounterSkipAheadEqualsSteps) {
+  const Copy& c = GetParam();
+  const std::vector<std::uint32_t> seeds = {1u, 2u, 3u, 0xFFFFFFFEu, 0xFFFFFFFFu, 6u, 7u, 8u};
+  for (int brng : {RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5}) {
+    for (int drawn : {0, 1, 3, 4, 6}) {
+      for (int k : {0, 1, 2, 3, 4, 5, 7, 8, 9, 63, 64, 65, 129, 100003}) {
+        SCOPED_TRACE(std::to_string(brng) + " after " + std::to_string(drawn) + " skip " +
+                     std::to_string(k));
+        Stream skipped(c, brng, seeds), stepped(c, brng, seeds), wide(c, brng, seeds);
+        skipped.words(drawn);
+        stepped.words(drawn);
+        wide.words(drawn);
+        const auto before = skipped.state_bytes();
+        ASSERT_EQ(c.skip(skipped.get(), k), 0);
+        if (k == 0) {
+          EXPECT_EQ(skipped.state_bytes(), before);
+        }
+        const std::uint64_t count[3] = {static_cast<std::uint64_t>(k), 0, 0};
+        ASSERT_EQ(wide.row().InitStream(RUD_INIT_SKIPAHEADEX, wide.get(), 3, count), 0);
+        stepped.words(k);
+        const auto expected = stepped.words(150);
+        EXPECT_EQ(skipped.words(150), expected);
+        EXPECT_EQ(wide.words(150), expected);
+      }
     }
   }
 }
@@ -311,21 +362,35 @@ TEST_P(Generators, SeedingEdgeCases) {
     for (int k = 0; k < 32; ++k) EXPECT_EQ(x[3 + 7 * k] >> (31 - k), 1u) << k;
   }
   // The MCG31 and MCG59 seeds that reduce or mask to zero are among the known answers.
+  {  // Philox reads six words, ARS-5 eight: words past them change nothing.
+    std::vector<std::uint32_t> nine = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+    Stream p6(c, RUD_BRNG_PHILOX4X32X10, {nine.begin(), nine.begin() + 6}),
+        p9(c, RUD_BRNG_PHILOX4X32X10, nine), a8(c, RUD_BRNG_ARS5, {nine.begin(), nine.end() - 1}),
+        a9(c, RUD_BRNG_ARS5, nine);
+    EXPECT_EQ(p6.words(9), p9.words(9));
+    EXPECT_EQ(a8.words(9), a9.words(9));
+  }
 }
 
 TEST_P(Generators, RefusedOperationsAndArguments) {
   const Copy& c = GetParam();
   Stream r250(c, RUD_BRNG_R250, {1u}), mrg(c, RUD_BRNG_MRG32K3A, {1u});
   Stream m31(c, RUD_BRNG_MCG31, {1u}), m59(c, RUD_BRNG_MCG59, {1u});
+  Stream philox(c, RUD_BRNG_PHILOX4X32X10, {1u}), ars(c, RUD_BRNG_ARS5, {1u});
+  Stream hw(c, RUD_BRNG_NONDETERM, {1u});
+  for (Stream* s : {&philox, &ars, &hw}) {
+    EXPECT_EQ(c.leapfrog(s->get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
+  }
+  EXPECT_EQ(c.skip(hw.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
   EXPECT_EQ(c.leapfrog(r250.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   EXPECT_EQ(c.skip(r250.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
   EXPECT_EQ(c.leapfrog(mrg.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   const std::uint64_t one = 1;
-  for (Stream* s : {&r250, &m31, &m59}) {
+  for (Stream* s : {&r250, &m31, &m59, &hw}) {
     EXPECT_EQ(s->row().InitStream(RUD_INIT_SKIPAHEADEX, s->get(), 1, &one),
               RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
   }
-  for (Stream* s : {&r250, &mrg, &m31, &m59}) {
+  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw}) {
     const auto before = s->state_bytes();
     EXPECT_EQ(s->row().InitStream(4, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
     EXPECT_EQ(s->row().InitStream(-1, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
@@ -342,6 +407,130 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   }
   // A leapfrog index at or past the stream count is not refused.
   EXPECT_EQ(c.leapfrog(m31.get(), 5, 2), 0);
+}
+
+// ---- Processor probes --------------------------------------------------------------------------
+// Replaces one probe for the life of the object.
+template <class F>
+class Probe {
+ public:
+  Probe(F*& slot, F* with) : slot_(slot), saved_(slot) { slot = with; }
+  ~Probe() { slot_ = saved_; }
+  Probe(const Probe&) = delete;
+  Probe& operator=(const Probe&) = delete;
+
+ private:
+  F*& slot_;
+  F* saved_;
+};
+
+int g_reads = 0;       // reads of the simulated instruction
+int g_fail_reads = 0;  // reads that fail before one succeeds
+int no_probe() {
+  return 0;
+}
+int counted_read(unsigned long long* w) {
+  ++g_reads;
+  if (g_reads <= g_fail_reads) return 0;
+  *w = 0x0123456789ABCDEFull + static_cast<unsigned long long>(g_reads);
+  return 1;
+}
+
+// The hardware source: words come out; seeding of `retries`; a read is tried retries + 1 times,
+// then the call fails with its status; without the instruction every block is refused.
+TEST_P(Generators, HardwareSource) {
+  const Copy& c = GetParam();
+  auto retries_of = [&](std::vector<std::uint32_t> seeds) {
+    Stream s(c, RUD_BRNG_NONDETERM, seeds);
+    EXPECT_EQ(s.status(), 0);
+    std::uint32_t st[2];
+    std::memcpy(st, s.state_bytes().data(), sizeof st);
+    EXPECT_EQ(st[0], 0u);
+    return st[1];
+  };
+  EXPECT_EQ(retries_of({5u}), 10u);
+  EXPECT_EQ(retries_of({5u, 0u}), 10u);
+  EXPECT_EQ(retries_of({5u, 3u}), 3u);
+  EXPECT_EQ(retries_of({}), 10u);
+
+  if (rud::probes::rdrand_supported() != 0) {
+    Stream s(c, RUD_BRNG_NONDETERM, {0u});
+    const auto w = s.words(1001);
+    EXPECT_GT(std::count_if(w.begin(), w.end(), [&](std::uint64_t x) { return x != w[0]; }), 990);
+    std::vector<double> d(999);
+    ASSERT_EQ(s.row().dBRng(s.get(), 999, d.data(), -1.0, 3.0), 0);
+    for (double x : d) ASSERT_TRUE(x >= -1.0 && x <= 3.0) << x;
+  } else {
+    std::printf("hardware words not drawn: this CPU lacks the random instruction\n");
+  }
+
+  Probe<int(unsigned long long*)> read(rud::probes::rdrand64, counted_read);
+  {  // Pairs of words from one read, low half first; an odd last word from a read of its own.
+    Stream s(c, RUD_BRNG_NONDETERM, {0u});
+    g_reads = 0;
+    g_fail_reads = 0;
+    unsigned r[3];
+    ASSERT_EQ(s.row().iBRng(s.get(), 3, r), 0);
+    EXPECT_EQ(g_reads, 2);
+    EXPECT_EQ(r[0], 0x89ABCDEFu + 1u);
+    EXPECT_EQ(r[1], 0x01234567u);
+    EXPECT_EQ(r[2], 0x89ABCDEFu + 2u);
+    std::vector<float> f(5);
+    ASSERT_EQ(s.row().sBRng(s.get(), 5, f.data(), 0.0f, 1.0f), 0);
+  }
+  for (std::uint32_t retries : {1u, 3u, 10u}) {
+    SCOPED_TRACE(retries);
+    Stream s(c, RUD_BRNG_NONDETERM, {0u, retries});
+    unsigned r[2];
+    double d[2];
+    g_reads = 0;
+    g_fail_reads = static_cast<int>(retries);  // the last try succeeds
+    EXPECT_EQ(s.row().iBRng(s.get(), 2, r), 0);
+    EXPECT_EQ(g_reads, static_cast<int>(retries) + 1);
+    g_reads = 0;
+    g_fail_reads = 1 << 30;
+    EXPECT_EQ(s.row().iBRng(s.get(), 2, r), RUD_RNG_ERROR_NONDETERM_RETRIES_EXCEEDED);
+    EXPECT_EQ(g_reads, static_cast<int>(retries) + 1);
+    EXPECT_EQ(s.row().dBRng(s.get(), 2, d, 0.0, 1.0), RUD_RNG_ERROR_NONDETERM_RETRIES_EXCEEDED);
+  }
+  Probe<int()> absent(rud::probes::rdrand_supported, no_probe);
+  Stream s(c, RUD_BRNG_NONDETERM, {0u});
+  ASSERT_EQ(s.status(), 0);
+  unsigned r[4];
+  double d[4];
+  float f[4];
+  EXPECT_EQ(s.row().iBRng(s.get(), 4, r), RUD_RNG_ERROR_NONDETERM_NOT_SUPPORTED);
+  EXPECT_EQ(s.row().dBRng(s.get(), 4, d, 0.0, 1.0), RUD_RNG_ERROR_NONDETERM_NOT_SUPPORTED);
+  EXPECT_EQ(s.row().sBRng(s.get(), 4, f, 0.0f, 1.0f), RUD_RNG_ERROR_NONDETERM_NOT_SUPPORTED);
+  EXPECT_EQ(rud::row_availability(13), RUD_RNG_ERROR_NONDETERM_NOT_SUPPORTED);
+}
+
+// ARS-5 on a processor without AES: the stream is made, every block and skip is refused, and the
+// availability test that loading asks gives the same status.
+TEST_P(Generators, Ars5WithoutAes) {
+  const Copy& c = GetParam();
+  EXPECT_EQ(rud::row_availability(14),
+            rud::probes::aes_supported() ? 0 : RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  Probe<int()> absent(rud::probes::aes_supported, no_probe);
+  Stream s(c, RUD_BRNG_ARS5, {1u, 2u});
+  ASSERT_EQ(s.status(), 0);
+  const auto before = s.state_bytes();
+  unsigned r[4];
+  double d[4];
+  float f[4];
+  const std::uint64_t count = 9;
+  EXPECT_EQ(s.row().iBRng(s.get(), 4, r), RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  EXPECT_EQ(s.row().dBRng(s.get(), 4, d, 0.0, 1.0), RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  EXPECT_EQ(s.row().sBRng(s.get(), 4, f, 0.0f, 1.0f), RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  EXPECT_EQ(c.skip(s.get(), 9), RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  EXPECT_EQ(s.row().InitStream(RUD_INIT_SKIPAHEADEX, s.get(), 1, &count),
+            RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  EXPECT_EQ(s.state_bytes(), before);
+  EXPECT_EQ(rud::row_availability(14), RUD_RNG_ERROR_ARS5_NOT_SUPPORTED);
+  for (int row : {0, 3, 15}) EXPECT_EQ(rud::row_availability(row), 0);
+  // Philox needs nothing of the processor.
+  Stream p(c, RUD_BRNG_PHILOX4X32X10, {1u, 2u});
+  EXPECT_EQ(p.row().iBRng(p.get(), 4, r), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Copies, Generators, testing::ValuesIn(all_copies()), copy_name);
