@@ -119,6 +119,7 @@ int run_piece(const void* job, int k) {
   kazSetErrorCallBack(j.callback);
   kazSetMode(j.mode);
   kaz_set_element_base(j.base);
+  tvx_kaz_thread_block()->call_elements = j.n;
   kazSetErrStatus(0);
   const Piece p = cut(j.n, j.pieces, k);
   if (p.length > 0) {
@@ -163,9 +164,12 @@ inline void threaded_call(K kernel, int n, float cost, std::int64_t spare, A... 
               {args...}};
   // Null on a caller's own thread; a call made from a callback inside a piece gives its piece's
   // base back, so that the piece's later reports still count in the whole vector.
-  const void* outer_base = kaz_get_element_base();
+  kaz_thread_block* block = tvx_kaz_thread_block();
+  const void* outer_base = block->element_base;
+  const std::int32_t outer_elements = block->call_elements;
   const int status = tvx_kaz_team_run(threads, job.pieces, &run_piece<J>, &job);
-  kaz_set_element_base(outer_base);
+  block->element_base = outer_base;
+  block->call_elements = outer_elements;
   kazSetErrStatus(status);
 }
 
