@@ -4,6 +4,7 @@
 
 #include <linux/futex.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -28,9 +29,11 @@ std::atomic<int> g_logical{0};
 // none is left waits only for pieces that helpers hold. A helper that wakes late finds nothing to
 // claim and goes back to sleep without having delayed the call.
 //
-// Idle helpers spin for a short time after a call (calls on long vectors tend to come in loops),
-// then sleep on a futex. They never spin long: on a machine whose cores are busy with other work,
-// a spinning helper takes a time slice from the caller or from that work.
+// Idle helpers keep polling for 50 us after a call (calls on long vectors tend to come in loops),
+// yielding the processor between polls, then sleep on a futex. On a quiet machine the yield
+// returns at once and the next call finds its helpers awake; on a machine whose cores are busy
+// with other work the helper gives its time slice back instead of taking it from the caller or
+// from that work.
 constexpr int kMaxHelpers = 255;
 constexpr auto kIdleSpin = std::chrono::microseconds(50);
 constexpr auto kJoinSpin = std::chrono::microseconds(50);
@@ -94,11 +97,11 @@ void* helper_main(void* arg) {
   std::uint32_t seen = g_pool.wake.load(std::memory_order_acquire);
   for (;;) {
     work(number);
-    // Wait for the next call: spin briefly, then sleep.
+    // Wait for the next call: poll briefly, then sleep.
     const auto until = std::chrono::steady_clock::now() + kIdleSpin;
     for (int i = 0; g_pool.wake.load(std::memory_order_acquire) == seen; ++i) {
-      cpu_relax();
-      if ((i & 63) == 63 && std::chrono::steady_clock::now() > until) {
+      sched_yield();
+      if (std::chrono::steady_clock::now() > until) {
         g_pool.sleepers.fetch_add(1);
         while (g_pool.wake.load() == seen) futex(&g_pool.wake, FUTEX_WAIT, seen);
         g_pool.sleepers.fetch_sub(1);
