@@ -170,7 +170,9 @@ int team_run(int team, int pieces, int (*run)(const void*, int), const void* job
                      std::memory_order_release);
   if (team > 1) {
     g_pool.wake.fetch_add(1);
-    if (g_pool.sleepers.load() != 0) futex(&g_pool.wake, FUTEX_WAKE, team - 1);
+    // Every sleeper: the kernel wakes them in no particular order, and only helpers numbered
+    // below the team size take part.
+    if (g_pool.sleepers.load() != 0) futex(&g_pool.wake, FUTEX_WAKE, INT_MAX);
   }
   work(0);
   // Every piece is claimed; wait for the ones that helpers are still running.
