@@ -9,7 +9,14 @@
 //
 // The load processes only spin on arithmetic; each ends itself after kLoadSeconds even if this
 // program is killed, and is also killed when its parent dies.
+//
+// On a machine shared with other work, the rows without load can be approximated as on an idle
+// machine by running them under a real-time policy (`chrt -f 10 ... --benchmark_filter=
+// 'run/(one_thread|default)/'`): this program's threads then take a processor whenever they are
+// ready. The under_load rows mean something only without it (the load processes always run under
+// ordinary time sharing, so a real-time caller would not feel them).
 #include <benchmark/benchmark.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -34,6 +41,10 @@ std::vector<pid_t> g_load;
 
 [[noreturn]] void spin_forever() {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // Ordinary time sharing even when this program runs under a real-time policy (chrt): a
+  // real-time busy loop would hold a processor for good.
+  const sched_param normal{};
+  sched_setscheduler(0, SCHED_OTHER, &normal);
   alarm(kLoadSeconds);  // the default action of SIGALRM ends the process
   volatile double x = 1.0;
   for (;;) x = x * 1.0000001 + 1e-9;
