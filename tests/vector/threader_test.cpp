@@ -73,10 +73,10 @@ TEST(ThreaderCut, PieceCountFollowsTheTeamThenTheData) {
   } rows[] = {
       {10, 4, 16, 4},           // short: one piece per member, the even cut above
       {100, 128, 16, 100},      // never more pieces than elements
-      {4099, 4, 16, 4},         // under 64 KiB a member
-      {300001, 2, 16, 74},      // 4.8 MB in 64 KiB pieces, rounded up
-      {300001, 2, 24, 110},     // two inputs and one output
-      {1 << 30, 2, 32, 524288}  // no overflow on the byte count
+      {4099, 4, 16, 4},         // under 128 KiB a member
+      {300001, 2, 16, 37},      // 4.8 MB in 128 KiB pieces, rounded up
+      {300001, 2, 24, 55},      // two inputs and one output
+      {1 << 30, 2, 32, 262144}  // no overflow on the byte count
   };
   for (const Row& r : rows)
     EXPECT_EQ(piece_count(r.n, r.team, r.bytes), r.pieces) << r.n << " " << r.team;
@@ -314,7 +314,7 @@ int collecting_cb(kaz_error_record* rec) {
 }
 
 TEST_F(Threaded, StatusIsThatOfTheLastBadElementWhateverTheTeam) {
-  constexpr int kN = 200000;  // about 49 pieces for Ln
+  constexpr int kN = 200000;  // 25 pieces for Ln
   struct Row {
     int first;
     double first_value;

@@ -73,23 +73,36 @@ void fold_status(int k, int status) {
 }
 
 // Claims and runs pieces of the current call until none is left; `number` is 0 for the caller.
+// The pieces finished and the highest one with a status are published once, when the thread runs
+// out of pieces: per piece, the only line that moves between processors is the claim word. The
+// call cannot end before that publication, so the job read after a claim stays valid throughout.
 void work(int number) {
   std::uint64_t w = g_pool.claim.load(std::memory_order_acquire);
+  int pieces = 0;
+  std::uint32_t finished = 0;
+  int worst_piece = -1;
+  int worst_status = 0;
   for (;;) {
     const auto remaining = static_cast<std::uint32_t>(w);
-    if (remaining == 0 || static_cast<int>(w >> 32) <= number) return;
+    if (remaining == 0 || static_cast<int>(w >> 32) <= number) break;
     if (!g_pool.claim.compare_exchange_weak(w, w - 1, std::memory_order_acquire,
                                             std::memory_order_acquire))
       continue;
-    const int pieces = g_pool.pieces;
+    pieces = g_pool.pieces;
     const int k = pieces - static_cast<int>(remaining);
     const int status = g_pool.run(g_pool.job, k);
-    if (status != 0) fold_status(k, status);
-    const std::uint32_t now = g_pool.done.fetch_add(1) + 1;
-    if (now == static_cast<std::uint32_t>(pieces) && g_pool.joiner.load() != 0)
-      futex(&g_pool.done, FUTEX_WAKE, 1);
+    if (status != 0 && k > worst_piece) {
+      worst_piece = k;
+      worst_status = status;
+    }
+    ++finished;
     w = g_pool.claim.load(std::memory_order_acquire);
   }
+  if (finished == 0) return;
+  if (worst_piece >= 0) fold_status(worst_piece, worst_status);
+  const std::uint32_t now = g_pool.done.fetch_add(finished) + finished;
+  if (now == static_cast<std::uint32_t>(pieces) && g_pool.joiner.load() != 0)
+    futex(&g_pool.done, FUTEX_WAKE, 1);
 }
 
 void* helper_main(void* arg) {

@@ -89,7 +89,7 @@ constexpr int element_bytes() {
 
 // Pieces of a threaded call: one per team member at least, and beyond that one per
 // tvx::frame::kPieceBytes of data moved (all cut arrays together), never more than n.
-inline constexpr long kPieceBytes = 64 * 1024;
+inline constexpr long kPieceBytes = 128 * 1024;
 constexpr int piece_count(int n, int team, int bytes_per_element) {
   const long by_size = (static_cast<long>(n) * bytes_per_element + kPieceBytes - 1) / kPieceBytes;
   long k = by_size > team ? by_size : team;
