@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <mutex>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "runtime/settings.h"
@@ -61,6 +64,22 @@ TEST(ThreaderCut, PiecesAreContiguousAndTheFirstOnesLonger) {
       }
       EXPECT_EQ(next, n);
     }
+}
+
+TEST(ThreaderCut, PieceCountFollowsTheTeamThenTheData) {
+  using tvx::frame::piece_count;
+  struct Row {
+    int n, team, bytes, pieces;
+  } rows[] = {
+      {10, 4, 16, 4},           // short: one piece per member, the even cut above
+      {100, 128, 16, 100},      // never more pieces than elements
+      {4099, 4, 16, 4},         // under 128 KiB a member
+      {300001, 2, 16, 37},      // 4.8 MB in 128 KiB pieces, rounded up
+      {300001, 2, 24, 55},      // two inputs and one output
+      {1 << 30, 2, 32, 262144}  // no overflow on the byte count
+  };
+  for (const Row& r : rows)
+    EXPECT_EQ(piece_count(r.n, r.team, r.bytes), r.pieces) << r.n << " " << r.team;
 }
 
 TEST(ThreaderCost, ForkFactorOfAMachine) {
@@ -161,41 +180,45 @@ TEST_F(Threaded, ShortVectorsStayOnTheCallersThreadAndKeepTheStatus) {
 
 // Every exported function of the family, on 4 threads, against one thread, bit for bit.
 TEST_F(Threaded, ResultsBitIdenticalToOneThread) {
-  constexpr int kN = 4099;
-  std::mt19937_64 gen(5);
-  std::uniform_real_distribution<double> u(-50, 50);
-  std::vector<double> a(kN), b(kN);
-  std::vector<float> as(kN), bs(kN);
-  for (int i = 0; i < kN; ++i) {
-    a[i] = u(gen);
-    b[i] = u(gen);
-    as[i] = static_cast<float>(a[i]);
-    bs[i] = static_cast<float>(b[i]);
-  }
-  auto run_both = [&](auto call) {
-    std::vector<double> r1(kN), r4(kN), z1(kN), z4(kN);
-    tvx_set_num_threads(1);
-    call(r1.data(), z1.data());
-    tvx_set_num_threads(4);
-    call(r4.data(), z4.data());
-    EXPECT_EQ(std::memcmp(r1.data(), r4.data(), kN * sizeof(double)), 0);
-    EXPECT_EQ(std::memcmp(z1.data(), z4.data(), kN * sizeof(double)), 0);
-  };
-  for (unsigned acc : {KAZ_LA, KAZ_HA, KAZ_EP}) {
-    SCOPED_TRACE(acc);
-    run_both([&](double* r, double*) { vmdAdd(kN, a.data(), b.data(), r, acc); });
-    run_both([&](double* r, double*) { vmdDiv(kN, a.data(), b.data(), r, acc); });
-    run_both([&](double* r, double*) { vmdInv(kN, a.data(), r, acc); });
-    run_both([&](double* r, double*) { vmdRound(kN, a.data(), r, acc); });
-    run_both([&](double* r, double* z) { vmdModf(kN, a.data(), r, z, acc); });
-    run_both(
-        [&](double* r, double*) { vmdLinearFrac(kN, a.data(), b.data(), 2, 1, 0.5, 3, r, acc); });
-    run_both([&](double* r, double*) {
-      vmsDiv(kN, as.data(), bs.data(), reinterpret_cast<float*>(r), acc);
-    });
-    run_both([&](double* r, double* z) {
-      vmsModf(kN, as.data(), reinterpret_cast<float*>(r), reinterpret_cast<float*>(z), acc);
-    });
+  // 4099: one piece per thread; 300001: many more pieces than threads.
+  for (const int kN : {4099, 300001}) {
+    SCOPED_TRACE(kN);
+    std::mt19937_64 gen(5);
+    std::uniform_real_distribution<double> u(-50, 50);
+    std::vector<double> a(kN), b(kN);
+    std::vector<float> as(kN), bs(kN);
+    for (int i = 0; i < kN; ++i) {
+      a[i] = u(gen);
+      b[i] = u(gen);
+      as[i] = static_cast<float>(a[i]);
+      bs[i] = static_cast<float>(b[i]);
+    }
+    auto run_both = [&](auto call) {
+      std::vector<double> r1(kN), r4(kN), z1(kN), z4(kN);
+      tvx_set_num_threads(1);
+      call(r1.data(), z1.data());
+      tvx_set_num_threads(4);
+      call(r4.data(), z4.data());
+      EXPECT_EQ(std::memcmp(r1.data(), r4.data(), kN * sizeof(double)), 0);
+      EXPECT_EQ(std::memcmp(z1.data(), z4.data(), kN * sizeof(double)), 0);
+    };
+    for (unsigned acc : {KAZ_LA, KAZ_HA, KAZ_EP}) {
+      SCOPED_TRACE(acc);
+      run_both([&](double* r, double*) { vmdAdd(kN, a.data(), b.data(), r, acc); });
+      run_both([&](double* r, double*) { vmdDiv(kN, a.data(), b.data(), r, acc); });
+      run_both([&](double* r, double*) { vmdInv(kN, a.data(), r, acc); });
+      run_both([&](double* r, double*) { vmdRound(kN, a.data(), r, acc); });
+      run_both([&](double* r, double*) { vmdExp(kN, a.data(), r, acc); });
+      run_both([&](double* r, double* z) { vmdModf(kN, a.data(), r, z, acc); });
+      run_both(
+          [&](double* r, double*) { vmdLinearFrac(kN, a.data(), b.data(), 2, 1, 0.5, 3, r, acc); });
+      run_both([&](double* r, double*) {
+        vmsDiv(kN, as.data(), bs.data(), reinterpret_cast<float*>(r), acc);
+      });
+      run_both([&](double* r, double* z) {
+        vmsModf(kN, as.data(), reinterpret_cast<float*>(r), reinterpret_cast<float*>(z), acc);
+      });
+    }
   }
 }
 
@@ -248,6 +271,147 @@ TEST_F(Threaded, DynamicCostTestKeepsCheapShortCallsOnOneThread) {
   tvx::frame::threaded_call(&recording_kernel, 1000, 1e-6f, 0, static_cast<const double*>(a.data()),
                             1.0, tvx::frame::Fixed<const double*>{&one}, r.data());
   EXPECT_EQ(g_calls.size(), 1u);
+}
+
+// The team itself: every piece runs exactly once whatever the team, and the folded status is
+// that of the highest piece with one, even when a low piece finishes last (piece 0 sleeps).
+struct FakeJob {
+  std::atomic<int>* runs;
+  const int* status;
+};
+int fake_piece(const void* job, int k) {
+  const auto* j = static_cast<const FakeJob*>(job);
+  if (k == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  j->runs[k].fetch_add(1);
+  return j->status[k];
+}
+
+TEST(ThreaderTeam, EveryPieceOnceAndTheHighestStatusWins) {
+  for (int team : {1, 2, 4, 8})
+    for (int pieces : {1, 3, 64, 1000}) {
+      std::vector<std::atomic<int>> runs(pieces);
+      std::vector<int> status(pieces, 0);
+      status[0] = KAZ_STATUS_ERRDOM;
+      if (pieces > 1) status[pieces - 1] = KAZ_STATUS_SING;
+      const FakeJob job{runs.data(), status.data()};
+      const int got = tvx_kaz_team_run(team, pieces, fake_piece, &job);
+      EXPECT_EQ(got, pieces > 1 ? KAZ_STATUS_SING : KAZ_STATUS_ERRDOM) << team << " " << pieces;
+      for (int k = 0; k < pieces; ++k)
+        ASSERT_EQ(runs[k].load(), 1) << team << " " << pieces << " " << k;
+    }
+  EXPECT_LE(tvx_kaz_team_helpers(), 7);
+}
+
+// Statuses fold in element order: the caller gets the status of the last bad element, as on one
+// thread, however the pieces fell on the team. Every bad element reaches the callback once, with
+// its index in the whole vector.
+std::mutex g_seen_lock;
+std::vector<int> g_seen;
+int collecting_cb(kaz_error_record* rec) {
+  std::lock_guard<std::mutex> hold(g_seen_lock);
+  g_seen.push_back(rec->index);
+  return 0;
+}
+
+TEST_F(Threaded, StatusIsThatOfTheLastBadElementWhateverTheTeam) {
+  constexpr int kN = 200000;  // 25 pieces for Ln
+  struct Row {
+    int first;
+    double first_value;
+    int second;
+    double second_value;
+    int status;
+  } rows[] = {
+      {10, -1.0, kN - 5, 0.0, KAZ_STATUS_SING},  // first and last piece
+      {10, 0.0, kN - 5, -1.0, KAZ_STATUS_ERRDOM},
+      {100000, -1.0, 100001, 0.0, KAZ_STATUS_SING},  // one piece
+      {3, -1.0, 150000, 0.0, KAZ_STATUS_SING},
+      {150000, -1.0, 3, 0.0, KAZ_STATUS_ERRDOM},  // listed out of order
+  };
+  kazSetErrorCallBack(collecting_cb);
+  for (const Row& row : rows) {
+    std::vector<double> a(kN, 2.0), r(kN);
+    a[row.first] = row.first_value;
+    a[row.second] = row.second_value;
+    for (int threads : {1, 2, 4, 1, 2, 4, 2, 2, 2, 2}) {
+      tvx_set_num_threads(threads);
+      kazClearErrStatus();
+      g_seen.clear();
+      vdLn(kN, a.data(), r.data());
+      EXPECT_EQ(kazGetErrStatus(), row.status) << row.first << " " << threads;
+      std::sort(g_seen.begin(), g_seen.end());
+      const std::vector<int> want = {std::min(row.first, row.second),
+                                     std::max(row.first, row.second)};
+      EXPECT_EQ(g_seen, want) << threads;
+    }
+  }
+}
+
+// No nested team: a caller inside an OpenMP region runs alone (dynamic flag on, even with a
+// thread-local team size), several callers at once share one team and each gets exact results,
+// and a callback that makes a threaded call from inside a piece runs it on its own thread.
+TEST_F(Threaded, NoNestedTeamAndConcurrentCallersGetExactResults) {
+  tvx_set_dynamic(1);
+  std::vector<double> a(10000, 1.0), r(10000);
+  g_base = a.data();
+  g_calls.clear();
+  const double one = 1.0;
+#pragma omp parallel num_threads(2)
+  {
+    tvx_set_num_threads_local(4);
+    std::vector<double> mine(10000);
+    tvx::frame::threaded_call(&recording_kernel, 10000, 1000.0f, 0,
+                              static_cast<const double*>(a.data()), 1.0,
+                              tvx::frame::Fixed<const double*>{&one}, mine.data());
+    tvx_set_num_threads_local(0);
+  }
+  ASSERT_EQ(g_calls.size(), static_cast<std::size_t>(omp_get_max_threads() > 1 ? 2 : 1));
+  for (const Call& c : g_calls) EXPECT_EQ(c.n, 10000);
+
+  tvx_set_dynamic(0);
+  constexpr int kN = 200000;
+  std::vector<double> x(kN), want(kN);
+  for (int i = 0; i < kN; ++i) x[i] = -40.0 + 80.0 * i / kN;
+  tvx_set_num_threads(1);
+  vdExp(kN, x.data(), want.data());
+  tvx_set_num_threads(2);
+  std::vector<std::thread> callers;
+  std::atomic<int> mismatches{0};
+  for (int c = 0; c < 3; ++c) {
+    callers.emplace_back([&] {
+      std::vector<double> got(kN);
+      for (int i = 0; i < 10; ++i) {
+        vdExp(kN, x.data(), got.data());
+        if (std::memcmp(got.data(), want.data(), kN * sizeof(double)) != 0) ++mismatches;
+      }
+    });
+  }
+  for (auto& t : callers) t.join();
+  EXPECT_EQ(mismatches, 0);
+
+  // A callback that makes a threaded call while its own call holds the team: it runs on the
+  // callback's thread, and the outer call's later reports still carry whole-vector indices.
+  static std::vector<double>* inner_in;
+  static std::vector<double>* inner_out;
+  static std::vector<int>* indices;
+  std::vector<double> in(5000, 3.0), out(5000);
+  std::vector<int> seen;
+  inner_in = &in;
+  inner_out = &out;
+  indices = &seen;
+  kazSetErrorCallBack([](kaz_error_record* rec) {
+    vdAdd(5000, inner_in->data(), inner_in->data(), inner_out->data());
+    indices->push_back(rec->index);
+    return 0;
+  });
+  std::vector<double> num(kN, 1.0), den(kN, 2.0), q(kN);
+  den[kN / 2] = 0.0;
+  den[kN / 2 + 7] = 0.0;  // the same piece, after the inner call
+  vdDiv(kN, num.data(), den.data(), q.data());
+  EXPECT_EQ(seen, (std::vector<int>{kN / 2, kN / 2 + 7}));
+  EXPECT_EQ(out[4999], 6.0);
+  EXPECT_EQ(q[0], 0.5);
+  EXPECT_EQ(kaz_get_element_base(), nullptr);
 }
 
 }  // namespace

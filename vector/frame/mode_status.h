@@ -13,7 +13,8 @@ struct kaz_thread_block {
   std::int32_t status;
   KazErrorCallBack callback;
   std::int64_t reserved;
-  const void* element_base;  // first input of the running threaded call, or null
+  const void* element_base;    // first input of the running threaded call, or null
+  std::int32_t call_elements;  // n of the threaded call whose piece is running, or 0
 };
 
 // The calling thread's block (never null).

@@ -126,6 +126,14 @@ constexpr bool stream_of() {
   }
 }
 
+// Output bytes that decide on streaming stores: those of the whole threaded call when this
+// kernel runs one piece of it (the pieces are small, the call is not), else those of this call.
+template <class T>
+inline long stream_bytes(int n) {
+  const int whole = tvx_kaz_thread_block()->call_elements;
+  return static_cast<long>(n > whole ? n : whole) * static_cast<long>(sizeof(T));
+}
+
 // Elements to run ahead of the main loop so that r + i is aligned to a register, or -1 when r is
 // not even aligned to its element.
 template <class T>
@@ -295,7 +303,7 @@ inline void run_v_v(int n, const typename K::T* a, typename K::T* r, const C&...
   int i = 0;
   if constexpr (stream_of<K>()) {
     const int peel = peel_to_align(r);
-    if (static_cast<long>(n) * static_cast<long>(sizeof(T)) >= kStreamBytes && peel >= 0) {
+    if (stream_bytes<T>(n) >= kStreamBytes && peel >= 0) {
       if (peel > 0) block_v_v<K>(a, r, 0, peel, mode, ctx...);
       i = unrolled_v_v<K, true>(n, peel, a, r, mode, ctx...);
       simd::stream_fence();
@@ -414,7 +422,7 @@ inline void run_vv_v(int n, const typename K::T* a, const typename K::T* b, type
   int i = 0;
   if constexpr (stream_of<K>()) {
     const int peel = peel_to_align(r);
-    if (static_cast<long>(n) * static_cast<long>(sizeof(T)) >= kStreamBytes && peel >= 0) {
+    if (stream_bytes<T>(n) >= kStreamBytes && peel >= 0) {
       if (peel > 0) block_vv_v<K>(a, b, r, 0, peel, mode, ctx...);
       i = unrolled_vv_v<K, true>(n, peel, a, b, r, mode, ctx...);
       simd::stream_fence();
