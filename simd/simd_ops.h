@@ -593,4 +593,184 @@ inline std::uint32_t fpclass(const vec<T>& v) {
 }
 #endif
 
+// ---- moves of selected elements (pack and unpack) ---------------------------------------------
+// Loads, gathers, permutes and masked stores only move bits: a value, NaN payloads included,
+// arrives as it left. Gathers and the compress/expand permutes exist on variants 3 and 5.
+inline constexpr bool kHasGather = (TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5);
+
+#if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
+// 64-bit element offsets for one register of T: one index register for double, two for float.
+template <class T>
+inline constexpr int kIndexRegs = sizeof(T) == 8 ? 1 : 2;
+using idx64 = vec<std::int64_t>;
+
+#if TVX_VARIANT_ID == 3
+// All-lanes masks of the AVX2 gathers (their plain forms start from an undefined register, which
+// GCC 12 warns on).
+inline __m256d all_pd() {
+  return _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
+}
+inline __m128 all_ps() {
+  return _mm_castsi128_ps(_mm_set1_epi32(-1));
+}
+#endif
+
+// Lane j of the result is base[idx[j]], offsets counted in elements of T (64-bit, any sign).
+template <class T>
+inline vec<T> gather64(const T* base, const idx64 (&idx)[kIndexRegs<T>]) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_i64gather_pd(idx[0], base, 8));
+  } else {
+    const __m256 lo = _mm512_i64gather_ps(idx[0], base, 4);
+    const __m256 hi = _mm512_i64gather_ps(idx[1], base, 4);
+    return vec<T>(_mm512_insertf32x8(_mm512_castps256_ps512(lo), hi, 1));
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_mask_i64gather_pd(_mm256_setzero_pd(), base, idx[0], all_pd(), 8));
+  } else {
+    const __m128 lo = _mm256_mask_i64gather_ps(_mm_setzero_ps(), base, idx[0], all_ps(), 4);
+    const __m128 hi = _mm256_mask_i64gather_ps(_mm_setzero_ps(), base, idx[1], all_ps(), 4);
+    return vec<T>(_mm256_set_m128(hi, lo));
+  }
+#endif
+}
+
+// Lane j of the result is base[ix[j]], with lanes<T> signed 32-bit element offsets read from ix.
+template <class T>
+inline vec<T> gather32(const T* base, const std::int32_t* ix) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(
+        _mm512_i32gather_pd(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ix)), base, 8));
+  } else {
+    return vec<T>(_mm512_i32gather_ps(_mm512_loadu_si512(ix), base, 4));
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_mask_i32gather_pd(_mm256_setzero_pd(), base,
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(ix)),
+                                           all_pd(), 8));
+  } else {
+    return vec<T>(_mm256_mask_i32gather_ps(_mm256_setzero_ps(), base,
+                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ix)),
+                                           _mm256_castsi256_ps(_mm256_set1_epi32(-1)), 4));
+  }
+#endif
+}
+
+// Bit j set when the 32-bit word m[j] is not zero, for the lanes<T> words from m.
+template <class T>
+inline std::uint32_t nonzero_bits(const std::int32_t* m) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(m));
+    return _mm256_test_epi32_mask(w, w);
+  } else {
+    const __m512i w = _mm512_loadu_si512(m);
+    return _mm512_test_epi32_mask(w, w);
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m));
+    const __m128i z = _mm_cmpeq_epi32(w, _mm_setzero_si128());
+    return ~static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(z))) & 0xFu;
+  } else {
+    const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(m));
+    const __m256i z = _mm256_cmpeq_epi32(w, _mm256_setzero_si256());
+    return ~static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(z))) & 0xFFu;
+  }
+#endif
+}
+
+#if TVX_VARIANT_ID == 3
+// Permute tables of the AVX2 compress and expand, in 32-bit lanes (a double is two of them).
+// compress: the lanes of the set bits of b moved down in order; expand: the low lanes moved up to
+// the set bits of b. Unused lanes take lane 0.
+template <int kLanes, bool kCompress>
+struct MoveTable {
+  static constexpr int kWords = 8 / kLanes;  // 32-bit words per lane
+  std::int32_t idx[1 << kLanes][8];
+  constexpr MoveTable() : idx() {
+    for (int b = 0; b < (1 << kLanes); ++b) {
+      int k = 0;
+      for (int j = 0; j < kLanes; ++j) {
+        if ((b >> j & 1) == 0) continue;
+        const int to = kCompress ? k : j;
+        const int from = kCompress ? j : k;
+        for (int w = 0; w < kWords; ++w) idx[b][to * kWords + w] = from * kWords + w;
+        ++k;
+      }
+    }
+  }
+};
+template <class T, bool kCompress>
+inline constexpr MoveTable<lanes<T>, kCompress> kMoveTable{};
+
+template <class T, bool kCompress>
+inline vec<T> permute_by_table(const vec<T>& v, std::uint32_t b) {
+  const __m256i idx =
+      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(kMoveTable<T, kCompress>.idx[b]));
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_castps_pd(_mm256_permutevar8x32_ps(_mm256_castpd_ps(v), idx)));
+  } else {
+    return vec<T>(_mm256_permutevar8x32_ps(v, idx));
+  }
+}
+#endif
+
+// The lanes of v whose bit is set in b, moved to the lowest lanes in order (others unspecified).
+template <class T>
+inline vec<T> compress(const vec<T>& v, std::uint32_t b) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_maskz_compress_pd(static_cast<__mmask8>(b), v));
+  } else {
+    return vec<T>(_mm512_maskz_compress_ps(static_cast<__mmask16>(b), v));
+  }
+#else
+  return permute_by_table<T, true>(v, b);
+#endif
+}
+
+// The lowest lanes of v, in order, moved up to the lanes whose bit is set in b (others
+// unspecified).
+template <class T>
+inline vec<T> expand(const vec<T>& v, std::uint32_t b) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_maskz_expand_pd(static_cast<__mmask8>(b), v));
+  } else {
+    return vec<T>(_mm512_maskz_expand_ps(static_cast<__mmask16>(b), v));
+  }
+#else
+  return permute_by_table<T, false>(v, b);
+#endif
+}
+
+// Stores the lanes of v whose bit is set in b; memory under the other lanes is not touched.
+template <class T>
+inline void store_where(T* p, const vec<T>& v, std::uint32_t b) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    _mm512_mask_storeu_pd(p, static_cast<__mmask8>(b), v);
+  } else {
+    _mm512_mask_storeu_ps(p, static_cast<__mmask16>(b), v);
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    const __m256i bit = _mm256_setr_epi64x(1, 2, 4, 8);
+    const __m256i m = _mm256_cmpeq_epi64(_mm256_and_si256(_mm256_set1_epi64x(b), bit), bit);
+    _mm256_maskstore_pd(p, m, v);
+  } else {
+    const __m256i bit = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
+    const __m256i m =
+        _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(static_cast<int>(b)), bit), bit);
+    _mm256_maskstore_ps(p, m, v);
+  }
+#endif
+}
+#endif
+
 }  // namespace tvx::TVX_VNS::simd
