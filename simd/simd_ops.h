@@ -595,7 +595,9 @@ inline std::uint32_t fpclass(const vec<T>& v) {
 
 // ---- moves of selected elements (pack and unpack) ---------------------------------------------
 // Loads, gathers, permutes and masked stores only move bits: a value, NaN payloads included,
-// arrives as it left. Gathers and the compress/expand permutes exist on variants 3 and 5.
+// arrives as it left. Gathers exist on variants 3 and 5, the compress and expand permutes on
+// variant 5. (AVX2 can build both from a permute table and a masked store, but its masked
+// stores are slow on some processors, AMD's among them, and lost to plain loops there.)
 inline constexpr bool kHasGather = (TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5);
 
 #if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
@@ -684,92 +686,38 @@ inline std::uint32_t nonzero_bits(const std::int32_t* m) {
 #endif
 }
 
-#if TVX_VARIANT_ID == 3
-// Permute tables of the AVX2 compress and expand, in 32-bit lanes (a double is two of them).
-// compress: the lanes of the set bits of b moved down in order; expand: the low lanes moved up to
-// the set bits of b. Unused lanes take lane 0.
-template <int kLanes, bool kCompress>
-struct MoveTable {
-  static constexpr int kWords = 8 / kLanes;  // 32-bit words per lane
-  std::int32_t idx[1 << kLanes][8];
-  constexpr MoveTable() : idx() {
-    for (int b = 0; b < (1 << kLanes); ++b) {
-      int k = 0;
-      for (int j = 0; j < kLanes; ++j) {
-        if ((b >> j & 1) == 0) continue;
-        const int to = kCompress ? k : j;
-        const int from = kCompress ? j : k;
-        for (int w = 0; w < kWords; ++w) idx[b][to * kWords + w] = from * kWords + w;
-        ++k;
-      }
-    }
-  }
-};
-template <class T, bool kCompress>
-inline constexpr MoveTable<lanes<T>, kCompress> kMoveTable{};
-
-template <class T, bool kCompress>
-inline vec<T> permute_by_table(const vec<T>& v, std::uint32_t b) {
-  const __m256i idx =
-      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(kMoveTable<T, kCompress>.idx[b]));
-  if constexpr (sizeof(T) == 8) {
-    return vec<T>(_mm256_castps_pd(_mm256_permutevar8x32_ps(_mm256_castpd_ps(v), idx)));
-  } else {
-    return vec<T>(_mm256_permutevar8x32_ps(v, idx));
-  }
-}
 #endif
 
+#if TVX_VARIANT_ID == 5
 // The lanes of v whose bit is set in b, moved to the lowest lanes in order (others unspecified).
 template <class T>
 inline vec<T> compress(const vec<T>& v, std::uint32_t b) {
-#if TVX_VARIANT_ID == 5
   if constexpr (sizeof(T) == 8) {
     return vec<T>(_mm512_maskz_compress_pd(static_cast<__mmask8>(b), v));
   } else {
     return vec<T>(_mm512_maskz_compress_ps(static_cast<__mmask16>(b), v));
   }
-#else
-  return permute_by_table<T, true>(v, b);
-#endif
 }
 
 // The lowest lanes of v, in order, moved up to the lanes whose bit is set in b (others
 // unspecified).
 template <class T>
 inline vec<T> expand(const vec<T>& v, std::uint32_t b) {
-#if TVX_VARIANT_ID == 5
   if constexpr (sizeof(T) == 8) {
     return vec<T>(_mm512_maskz_expand_pd(static_cast<__mmask8>(b), v));
   } else {
     return vec<T>(_mm512_maskz_expand_ps(static_cast<__mmask16>(b), v));
   }
-#else
-  return permute_by_table<T, false>(v, b);
-#endif
 }
 
 // Stores the lanes of v whose bit is set in b; memory under the other lanes is not touched.
 template <class T>
 inline void store_where(T* p, const vec<T>& v, std::uint32_t b) {
-#if TVX_VARIANT_ID == 5
   if constexpr (sizeof(T) == 8) {
     _mm512_mask_storeu_pd(p, static_cast<__mmask8>(b), v);
   } else {
     _mm512_mask_storeu_ps(p, static_cast<__mmask16>(b), v);
   }
-#else
-  if constexpr (sizeof(T) == 8) {
-    const __m256i bit = _mm256_setr_epi64x(1, 2, 4, 8);
-    const __m256i m = _mm256_cmpeq_epi64(_mm256_and_si256(_mm256_set1_epi64x(b), bit), bit);
-    _mm256_maskstore_pd(p, m, v);
-  } else {
-    const __m256i bit = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
-    const __m256i m =
-        _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(static_cast<int>(b)), bit), bit);
-    _mm256_maskstore_ps(p, m, v);
-  }
-#endif
 }
 #endif
 

@@ -7,10 +7,10 @@
 // types move as units of 8 bytes (one double lane) and 16 bytes (two double lanes).
 //
 // Paths per variant: a contiguous run (increment 1, mask blocks that are all set) is a register
-// copy; increments and index vectors gather on variants 3 and 5; masks compress (pack) or expand
-// (unpack) a register and store it with a lane mask on variants 3 and 5. Everything else is a
-// plain loop unrolled by 8. A dense destination of 4 MiB or more is written with non-temporal
-// stores, so that its lines are not read first and the caches keep the source.
+// copy; increments and index vectors gather on variants 3 and 5; mixed mask blocks compress
+// (pack) or expand (unpack) a register and store it under a lane mask on variant 5. Everything
+// else is a plain loop unrolled by 8. A dense destination of 4 MiB or more is written with
+// non-temporal stores, so that its lines are not read first and the caches keep the source.
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -181,44 +181,61 @@ void pack_v(int n, const T* a, const int* ia, T* y) {
       n, y, [&](int i) { return a[ia[i]]; }, nullptr);
 }
 
-// Each non-zero m[i] appends a[i] to y.
+// Bit j set when the mask word of element i + j is not zero, for the kPer elements from i.
+template <class T>
+inline std::uint32_t block_bits(const int* m) {
+#if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
+  if constexpr (Unit<T>::kLanes == 1) return simd::nonzero_bits<lane_t<T>>(m);
+#endif
+  std::uint32_t b = 0;
+  for (int j = 0; j < kPer<T>; ++j) b |= static_cast<std::uint32_t>(m[j] != 0) << j;
+  return b;
+}
+
+// Each non-zero m[i] appends a[i] to y. Blocks of a register: all taken, a register copy; none
+// taken, skipped; some taken, the AVX-512 compress, or else the elements one by one.
 template <class T>
 void pack_m(int n, const T* a, const int* m, T* y) {
-  if (n <= 0) return;
+  // Without branches, every element is written to the next free place, which only the taken ones
+  // advance; while a taken element still follows (the last one, at `last`), that place lies
+  // inside y.
+  int last = n - 1;
+  while (last >= 0 && m[last] == 0) --last;
+  if (last < 0) return;
+  constexpr int P = kPer<T>;
+  constexpr std::uint32_t kAll = (1u << P) - 1u;
+  const auto fa = lanes_of(a);
+  const auto fy = lanes_of(y);
+  constexpr int k = Unit<T>::kLanes;
   int i = 0;
-  long k = 0;
-#if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
-  if constexpr (Unit<T>::kLanes == 1) {
-    using F = lane_t<T>;
-    constexpr int P = kPer<T>;
-    constexpr std::uint32_t kAll = (1u << P) - 1u;
-    const auto fa = lanes_of(a);
-    const auto fy = lanes_of(y);
-    for (; i + P <= n; i += P) {
-      const std::uint32_t b = simd::nonzero_bits<F>(m + i);
-      if (b == 0) continue;
-      const simd::vec<F> v = simd::loadu(fa + i);
-      if (b == kAll) {
-        simd::storeu(fy + k, v);
-        k += P;
-        continue;
-      }
+  long at = 0;
+  for (; i + P <= last; i += P) {
+    const std::uint32_t b = block_bits<T>(m + i);
+    if (b == 0) continue;
+    if (b == kAll) {
+      simd::storeu(fy + at * k, simd::loadu(fa + i * k));
+      at += P;
+      continue;
+    }
+#if TVX_VARIANT_ID == 5
+    if constexpr (k == 1) {
       const int c = __builtin_popcount(b);
-      simd::store_partial(fy + k, simd::compress(v, b), c);
-      k += c;
+      simd::store_partial(fy + at, simd::compress(simd::loadu(fa + i), b), c);
+      at += c;
+      continue;
+    }
+#endif
+    for (int j = 0; j < P; ++j) {
+      y[at] = a[i + j];
+      at += (b >> j) & 1;
     }
   }
-#endif
-  // Without branches: every element is written to the next free place, which only the taken ones
-  // advance. Up to the last taken element that place always lies inside y.
-  int last = n - 1;
-  while (last >= i && m[last] == 0) --last;
 #pragma GCC unroll 8
   for (; i < last; ++i) {
-    y[k] = a[i];
-    k += m[i] != 0;
+    y[at] = a[i];
+    at += m[i] != 0;
   }
-  if (last >= i) y[k] = a[last];
+  y[at] = a[last];
 }
 
 // y[i * inc] = a[i]; for equal places the later element wins.
@@ -249,34 +266,39 @@ void unpack_v(int n, const T* a, T* y, const int* iy) {
 }
 
 // Each non-zero m[i] sets y[i] from the next element of a; y[i] under a zero stays untouched.
+// Blocks as in pack_m, with the AVX-512 expand and a lane-masked store for the mixed ones.
 template <class T>
 void unpack_m(int n, const T* a, T* y, const int* m) {
+  constexpr int P = kPer<T>;
+  constexpr std::uint32_t kAll = (1u << P) - 1u;
+  const auto fa = lanes_of(a);
+  const auto fy = lanes_of(y);
+  constexpr int k = Unit<T>::kLanes;
   int i = 0;
-  long k = 0;
-#if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
-  if constexpr (Unit<T>::kLanes == 1) {
-    using F = lane_t<T>;
-    constexpr int P = kPer<T>;
-    constexpr std::uint32_t kAll = (1u << P) - 1u;
-    const auto fa = lanes_of(a);
-    const auto fy = lanes_of(y);
-    for (; i + P <= n; i += P) {
-      const std::uint32_t b = simd::nonzero_bits<F>(m + i);
-      if (b == 0) continue;
-      if (b == kAll) {
-        simd::storeu(fy + i, simd::loadu(fa + k));
-        k += P;
-        continue;
-      }
+  long at = 0;
+  for (; i + P <= n; i += P) {
+    const std::uint32_t b = block_bits<T>(m + i);
+    if (b == 0) continue;
+    if (b == kAll) {
+      simd::storeu(fy + i * k, simd::loadu(fa + at * k));
+      at += P;
+      continue;
+    }
+#if TVX_VARIANT_ID == 5
+    if constexpr (k == 1) {
+      using F = lane_t<T>;
       const int c = __builtin_popcount(b);
-      simd::store_where(fy + i, simd::expand(simd::load_partial(fa + k, c, F(0)), b), b);
-      k += c;
+      simd::store_where(fy + i, simd::expand(simd::load_partial(fa + at, c, F(0)), b), b);
+      at += c;
+      continue;
+    }
+#endif
+    for (int j = 0; j < P; ++j) {
+      if ((b >> j) & 1) y[i + j] = a[at++];
     }
   }
-#endif
-#pragma GCC unroll 8
   for (; i < n; ++i) {
-    if (m[i] != 0) y[i] = a[k++];
+    if (m[i] != 0) y[i] = a[at++];
   }
 }
 
