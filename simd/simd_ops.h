@@ -601,43 +601,13 @@ inline std::uint32_t fpclass(const vec<T>& v) {
 inline constexpr bool kHasGather = (TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5);
 
 #if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
-// 64-bit element offsets for one register of T: one index register for double, two for float.
-template <class T>
-inline constexpr int kIndexRegs = sizeof(T) == 8 ? 1 : 2;
-using idx64 = vec<std::int64_t>;
-
 #if TVX_VARIANT_ID == 3
-// All-lanes masks of the AVX2 gathers (their plain forms start from an undefined register, which
-// GCC 12 warns on).
+// All-lanes mask of the AVX2 double gather (its plain form starts from an undefined register,
+// which GCC 12 warns on).
 inline __m256d all_pd() {
   return _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
 }
-inline __m128 all_ps() {
-  return _mm_castsi128_ps(_mm_set1_epi32(-1));
-}
 #endif
-
-// Lane j of the result is base[idx[j]], offsets counted in elements of T (64-bit, any sign).
-template <class T>
-inline vec<T> gather64(const T* base, const idx64 (&idx)[kIndexRegs<T>]) {
-#if TVX_VARIANT_ID == 5
-  if constexpr (sizeof(T) == 8) {
-    return vec<T>(_mm512_i64gather_pd(idx[0], base, 8));
-  } else {
-    const __m256 lo = _mm512_i64gather_ps(idx[0], base, 4);
-    const __m256 hi = _mm512_i64gather_ps(idx[1], base, 4);
-    return vec<T>(_mm512_insertf32x8(_mm512_castps256_ps512(lo), hi, 1));
-  }
-#else
-  if constexpr (sizeof(T) == 8) {
-    return vec<T>(_mm256_mask_i64gather_pd(_mm256_setzero_pd(), base, idx[0], all_pd(), 8));
-  } else {
-    const __m128 lo = _mm256_mask_i64gather_ps(_mm_setzero_ps(), base, idx[0], all_ps(), 4);
-    const __m128 hi = _mm256_mask_i64gather_ps(_mm_setzero_ps(), base, idx[1], all_ps(), 4);
-    return vec<T>(_mm256_set_m128(hi, lo));
-  }
-#endif
-}
 
 // Lane j of the result is base[ix[j]], with lanes<T> signed 32-bit element offsets read from ix.
 template <class T>

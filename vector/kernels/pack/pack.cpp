@@ -7,7 +7,7 @@
 // types move as units of 8 bytes (one double lane) and 16 bytes (two double lanes).
 //
 // Paths per variant: a contiguous run (increment 1, mask blocks that are all set) is a register
-// copy; increments and index vectors gather on variants 3 and 5; mixed mask blocks compress
+// copy; index vectors gather on variants 3 and 5; mixed mask blocks compress
 // (pack) or expand (unpack) a register and store it under a lane mask on variant 5. Everything
 // else is a plain loop unrolled by 8. A dense destination of 4 MiB or more is written with
 // non-temporal stores, so that its lines are not read first and the caches keep the source.
@@ -136,33 +136,12 @@ void pack_i(int n, const T* a, int inc, T* y) {
         n, y, [&](int) { return a[0]; }, [&](int) { return v; });
     return;
   }
+  // Other increments element by element: a gather loses here (about 4 GB/s against 13 for the
+  // plain loop at increment 2 on the AVX-512 machine of docs/performance.md), since the loop's
+  // loads stream the source lines just as well and the stores stay non-temporal.
   const long step = inc;
-#if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
-  using F = lane_t<T>;
-  constexpr int R = simd::kIndexRegs<F>;
-  constexpr int L64 = simd::lanes<std::int64_t>;
-  // Lane offsets of the first register: lane q reads lane q % k of element q / k.
-  simd::idx64 first[R];
-  for (int r = 0; r < R; ++r) {
-    alignas(64) std::int64_t lane[L64];
-    for (int j = 0; j < L64; ++j) {
-      const int q = r * L64 + j;
-      lane[j] = (q / k) * step * k + q % k;
-    }
-    first[r] = simd::idx64::load_aligned(lane);
-  }
-  write_dense(
-      n, y, [&](int i) { return a[i * step]; },
-      [&](int i) {
-        const simd::idx64 off(static_cast<std::int64_t>(i) * step * k);
-        simd::idx64 idx[R];
-        for (int r = 0; r < R; ++r) idx[r] = first[r] + off;
-        return simd::gather64(fa, idx);
-      });
-#else
   write_dense(
       n, y, [&](int i) { return a[i * step]; }, nullptr);
-#endif
 }
 
 // y[i] = a[ia[i]].
