@@ -13,6 +13,16 @@
  * Per-element conditions (domain, singularity, overflow, underflow) go through the thread's
  * error mode: status word, errno, a printed line, the x87 flag and/or the error callback.
  *
+ * Pack and unpack move elements between a sparse layout and a dense vector, as bits:
+ *   vdPackI(n, a, inca, y)     y[i] = a[i * inca]
+ *   vdPackV(n, a, ia, y)       y[i] = a[ia[i]]
+ *   vdPackM(n, a, ma, y)       each ma[i] != 0 appends a[i] to y
+ *   vdUnpackI(n, a, y, incy)   y[i * incy] = a[i]
+ *   vdUnpackV(n, a, y, iy)     y[iy[i]] = a[i]
+ *   vdUnpackM(n, a, y, my)     each my[i] != 0 sets y[i] from the next element of a
+ * Increments may be 0 or negative; index and mask vectors are int; the later of two equal places
+ * wins; unselected places are not written. See docs/vector.md.
+ *
  * Thread safety: all functions may be called from any number of threads at once; the mode word,
  * status word and callback are per thread.
  */
