@@ -10,11 +10,13 @@
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "runtime/cpu_type.h"
 #include "runtime/settings.h"
 #include "tvx_vector.h"
 #include "vector/frame/pack.h"
@@ -26,20 +28,6 @@ constexpr int kVariants[] = {0, 2, 3, 5};
 constexpr const char* kVariantNames[] = {"sse2", "sse2b", "sse42", "avx2", "", "avx512"};
 constexpr int kMaxN = 10000000;
 constexpr std::int64_t kTraffic = 24;  // bytes per element, see above
-
-bool cpu_runs(int v) {
-  __builtin_cpu_init();
-  switch (v) {
-    case 2:
-      return __builtin_cpu_supports("sse4.2");
-    case 3:
-      return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-    case 5:
-      return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq");
-    default:
-      return true;
-  }
-}
 
 // Arrays of the largest size, allocated once and touched so that no page fault is timed.
 struct Arrays {
@@ -126,7 +114,12 @@ void sizes(benchmark::internal::Benchmark* b) {
 
 const int kRegistered = [] {
   for (int v : kVariants) {
-    if (!cpu_runs(v)) continue;
+    const int missing = tvx_kaz_variant_missing_feature(v);
+    if (missing >= 0) {
+      std::printf("note: variant %s skipped, CPU lacks %s\n", kVariantNames[v],
+                  tvx_cpu_feature_name(missing));
+      continue;
+    }
     const int s = v + 6;  // HA row; every accuracy runs the same kernel
     const std::string tag = std::string("/") + kVariantNames[v];
     benchmark::RegisterBenchmark(("vdPackI_inc2" + tag).c_str(), [s](benchmark::State& st) {
