@@ -148,13 +148,14 @@ std::vector<T> random_bits(std::size_t n, unsigned seed) {
   std::mt19937 gen(seed);
   std::vector<std::uint32_t> words(n * sizeof(T) / 4);
   for (auto& w : words) w = gen();
-  std::memcpy(static_cast<void*>(v.data()), words.data(), n * sizeof(T));
+  if (n > 0) std::memcpy(static_cast<void*>(v.data()), words.data(), n * sizeof(T));
   return v;
 }
 
 template <class T>
 bool same(const std::vector<T>& x, const std::vector<T>& y) {
-  return x.size() == y.size() && std::memcmp(x.data(), y.data(), x.size() * sizeof(T)) == 0;
+  return x.size() == y.size() &&
+         (x.empty() || std::memcmp(x.data(), y.data(), x.size() * sizeof(T)) == 0);
 }
 
 template <class T>
