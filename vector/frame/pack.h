@@ -4,6 +4,7 @@
 
 #include <omp.h>
 
+#include <atomic>
 #include <cstdint>
 
 #include "vector/frame/road.h"
@@ -63,10 +64,15 @@ inline void masked_team(int n, float cost, const int* m, Run run) {
     const int team = omp_get_num_threads();
     const int t = omp_get_thread_num();
     const Piece p = cut(n, team, t);
-    counts[t] = count_nonzero(m + p.offset, p.length);
+    // The barrier orders these stores before the loads; the release and acquire say so to
+    // tools that do not see into the OpenMP runtime.
+    std::atomic_ref<long>(counts[t]).store(count_nonzero(m + p.offset, p.length),
+                                           std::memory_order_release);
 #pragma omp barrier
     long before = 0;
-    for (int u = 0; u < t; ++u) before += counts[u];
+    for (int u = 0; u < t; ++u) {
+      before += std::atomic_ref<long>(counts[u]).load(std::memory_order_acquire);
+    }
     if (p.length > 0) run(p.length, p.offset, before);
   }
   kazSetErrStatus(0);
