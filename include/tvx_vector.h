@@ -13,6 +13,16 @@
  * Per-element conditions (domain, singularity, overflow, underflow) go through the thread's
  * error mode: status word, errno, a printed line, the x87 flag and/or the error callback.
  *
+ * Pack and unpack move elements between a sparse layout and a dense vector, as bits:
+ *   vdPackI(n, a, inca, y)     y[i] = a[i * inca]
+ *   vdPackV(n, a, ia, y)       y[i] = a[ia[i]]
+ *   vdPackM(n, a, ma, y)       each ma[i] != 0 appends a[i] to y
+ *   vdUnpackI(n, a, y, incy)   y[i * incy] = a[i]
+ *   vdUnpackV(n, a, y, iy)     y[iy[i]] = a[i]
+ *   vdUnpackM(n, a, y, my)     each my[i] != 0 sets y[i] from the next element of a
+ * Increments may be 0 or negative; index and mask vectors are int; the later of two equal places
+ * wins; unselected places are not written. See docs/vector.md.
+ *
  * Thread safety: all functions may be called from any number of threads at once; the mode word,
  * status word and callback are per thread.
  */
@@ -292,6 +302,102 @@ TVX_API void vsLog1p(int n, const float* a, float* r);
 TVX_API void vmsLog1p(int n, const float* a, float* r, unsigned int mode);
 TVX_API void vslog1p(const int* n, const float* a, float* r);
 TVX_API void vmslog1p(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vsPackI(int n, const float* a, int inca, float* y);
+TVX_API void vmsPackI(int n, const float* a, int inca, float* y, unsigned int mode);
+TVX_API void vspacki(const int* n, const float* a, const int* inca, float* y);
+TVX_API void vmspacki(const int* n, const float* a, const int* inca, float* y, const unsigned int* mode);
+TVX_API void vsPackV(int n, const float* a, const int* ia, float* y);
+TVX_API void vmsPackV(int n, const float* a, const int* ia, float* y, unsigned int mode);
+TVX_API void vspackv(const int* n, const float* a, const int* ia, float* y);
+TVX_API void vmspackv(const int* n, const float* a, const int* ia, float* y, const unsigned int* mode);
+TVX_API void vsPackM(int n, const float* a, const int* ma, float* y);
+TVX_API void vmsPackM(int n, const float* a, const int* ma, float* y, unsigned int mode);
+TVX_API void vspackm(const int* n, const float* a, const int* ma, float* y);
+TVX_API void vmspackm(const int* n, const float* a, const int* ma, float* y, const unsigned int* mode);
+TVX_API void vsUnpackI(int n, const float* a, float* y, int incy);
+TVX_API void vmsUnpackI(int n, const float* a, float* y, int incy, unsigned int mode);
+TVX_API void vsunpacki(const int* n, const float* a, float* y, const int* incy);
+TVX_API void vmsunpacki(const int* n, const float* a, float* y, const int* incy, const unsigned int* mode);
+TVX_API void vsUnpackV(int n, const float* a, float* y, const int* iy);
+TVX_API void vmsUnpackV(int n, const float* a, float* y, const int* iy, unsigned int mode);
+TVX_API void vsunpackv(const int* n, const float* a, float* y, const int* iy);
+TVX_API void vmsunpackv(const int* n, const float* a, float* y, const int* iy, const unsigned int* mode);
+TVX_API void vsUnpackM(int n, const float* a, float* y, const int* my);
+TVX_API void vmsUnpackM(int n, const float* a, float* y, const int* my, unsigned int mode);
+TVX_API void vsunpackm(const int* n, const float* a, float* y, const int* my);
+TVX_API void vmsunpackm(const int* n, const float* a, float* y, const int* my, const unsigned int* mode);
+TVX_API void vdPackI(int n, const double* a, int inca, double* y);
+TVX_API void vmdPackI(int n, const double* a, int inca, double* y, unsigned int mode);
+TVX_API void vdpacki(const int* n, const double* a, const int* inca, double* y);
+TVX_API void vmdpacki(const int* n, const double* a, const int* inca, double* y, const unsigned int* mode);
+TVX_API void vdPackV(int n, const double* a, const int* ia, double* y);
+TVX_API void vmdPackV(int n, const double* a, const int* ia, double* y, unsigned int mode);
+TVX_API void vdpackv(const int* n, const double* a, const int* ia, double* y);
+TVX_API void vmdpackv(const int* n, const double* a, const int* ia, double* y, const unsigned int* mode);
+TVX_API void vdPackM(int n, const double* a, const int* ma, double* y);
+TVX_API void vmdPackM(int n, const double* a, const int* ma, double* y, unsigned int mode);
+TVX_API void vdpackm(const int* n, const double* a, const int* ma, double* y);
+TVX_API void vmdpackm(const int* n, const double* a, const int* ma, double* y, const unsigned int* mode);
+TVX_API void vdUnpackI(int n, const double* a, double* y, int incy);
+TVX_API void vmdUnpackI(int n, const double* a, double* y, int incy, unsigned int mode);
+TVX_API void vdunpacki(const int* n, const double* a, double* y, const int* incy);
+TVX_API void vmdunpacki(const int* n, const double* a, double* y, const int* incy, const unsigned int* mode);
+TVX_API void vdUnpackV(int n, const double* a, double* y, const int* iy);
+TVX_API void vmdUnpackV(int n, const double* a, double* y, const int* iy, unsigned int mode);
+TVX_API void vdunpackv(const int* n, const double* a, double* y, const int* iy);
+TVX_API void vmdunpackv(const int* n, const double* a, double* y, const int* iy, const unsigned int* mode);
+TVX_API void vdUnpackM(int n, const double* a, double* y, const int* my);
+TVX_API void vmdUnpackM(int n, const double* a, double* y, const int* my, unsigned int mode);
+TVX_API void vdunpackm(const int* n, const double* a, double* y, const int* my);
+TVX_API void vmdunpackm(const int* n, const double* a, double* y, const int* my, const unsigned int* mode);
+TVX_API void vcPackI(int n, const TvxComplex8* a, int inca, TvxComplex8* y);
+TVX_API void vmcPackI(int n, const TvxComplex8* a, int inca, TvxComplex8* y, unsigned int mode);
+TVX_API void vcpacki(const int* n, const TvxComplex8* a, const int* inca, TvxComplex8* y);
+TVX_API void vmcpacki(const int* n, const TvxComplex8* a, const int* inca, TvxComplex8* y, const unsigned int* mode);
+TVX_API void vcPackV(int n, const TvxComplex8* a, const int* ia, TvxComplex8* y);
+TVX_API void vmcPackV(int n, const TvxComplex8* a, const int* ia, TvxComplex8* y, unsigned int mode);
+TVX_API void vcpackv(const int* n, const TvxComplex8* a, const int* ia, TvxComplex8* y);
+TVX_API void vmcpackv(const int* n, const TvxComplex8* a, const int* ia, TvxComplex8* y, const unsigned int* mode);
+TVX_API void vcPackM(int n, const TvxComplex8* a, const int* ma, TvxComplex8* y);
+TVX_API void vmcPackM(int n, const TvxComplex8* a, const int* ma, TvxComplex8* y, unsigned int mode);
+TVX_API void vcpackm(const int* n, const TvxComplex8* a, const int* ma, TvxComplex8* y);
+TVX_API void vmcpackm(const int* n, const TvxComplex8* a, const int* ma, TvxComplex8* y, const unsigned int* mode);
+TVX_API void vcUnpackI(int n, const TvxComplex8* a, TvxComplex8* y, int incy);
+TVX_API void vmcUnpackI(int n, const TvxComplex8* a, TvxComplex8* y, int incy, unsigned int mode);
+TVX_API void vcunpacki(const int* n, const TvxComplex8* a, TvxComplex8* y, const int* incy);
+TVX_API void vmcunpacki(const int* n, const TvxComplex8* a, TvxComplex8* y, const int* incy, const unsigned int* mode);
+TVX_API void vcUnpackV(int n, const TvxComplex8* a, TvxComplex8* y, const int* iy);
+TVX_API void vmcUnpackV(int n, const TvxComplex8* a, TvxComplex8* y, const int* iy, unsigned int mode);
+TVX_API void vcunpackv(const int* n, const TvxComplex8* a, TvxComplex8* y, const int* iy);
+TVX_API void vmcunpackv(const int* n, const TvxComplex8* a, TvxComplex8* y, const int* iy, const unsigned int* mode);
+TVX_API void vcUnpackM(int n, const TvxComplex8* a, TvxComplex8* y, const int* my);
+TVX_API void vmcUnpackM(int n, const TvxComplex8* a, TvxComplex8* y, const int* my, unsigned int mode);
+TVX_API void vcunpackm(const int* n, const TvxComplex8* a, TvxComplex8* y, const int* my);
+TVX_API void vmcunpackm(const int* n, const TvxComplex8* a, TvxComplex8* y, const int* my, const unsigned int* mode);
+TVX_API void vzPackI(int n, const TvxComplex16* a, int inca, TvxComplex16* y);
+TVX_API void vmzPackI(int n, const TvxComplex16* a, int inca, TvxComplex16* y, unsigned int mode);
+TVX_API void vzpacki(const int* n, const TvxComplex16* a, const int* inca, TvxComplex16* y);
+TVX_API void vmzpacki(const int* n, const TvxComplex16* a, const int* inca, TvxComplex16* y, const unsigned int* mode);
+TVX_API void vzPackV(int n, const TvxComplex16* a, const int* ia, TvxComplex16* y);
+TVX_API void vmzPackV(int n, const TvxComplex16* a, const int* ia, TvxComplex16* y, unsigned int mode);
+TVX_API void vzpackv(const int* n, const TvxComplex16* a, const int* ia, TvxComplex16* y);
+TVX_API void vmzpackv(const int* n, const TvxComplex16* a, const int* ia, TvxComplex16* y, const unsigned int* mode);
+TVX_API void vzPackM(int n, const TvxComplex16* a, const int* ma, TvxComplex16* y);
+TVX_API void vmzPackM(int n, const TvxComplex16* a, const int* ma, TvxComplex16* y, unsigned int mode);
+TVX_API void vzpackm(const int* n, const TvxComplex16* a, const int* ma, TvxComplex16* y);
+TVX_API void vmzpackm(const int* n, const TvxComplex16* a, const int* ma, TvxComplex16* y, const unsigned int* mode);
+TVX_API void vzUnpackI(int n, const TvxComplex16* a, TvxComplex16* y, int incy);
+TVX_API void vmzUnpackI(int n, const TvxComplex16* a, TvxComplex16* y, int incy, unsigned int mode);
+TVX_API void vzunpacki(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* incy);
+TVX_API void vmzunpacki(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* incy, const unsigned int* mode);
+TVX_API void vzUnpackV(int n, const TvxComplex16* a, TvxComplex16* y, const int* iy);
+TVX_API void vmzUnpackV(int n, const TvxComplex16* a, TvxComplex16* y, const int* iy, unsigned int mode);
+TVX_API void vzunpackv(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* iy);
+TVX_API void vmzunpackv(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* iy, const unsigned int* mode);
+TVX_API void vzUnpackM(int n, const TvxComplex16* a, TvxComplex16* y, const int* my);
+TVX_API void vmzUnpackM(int n, const TvxComplex16* a, TvxComplex16* y, const int* my, unsigned int mode);
+TVX_API void vzunpackm(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* my);
+TVX_API void vmzunpackm(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* my, const unsigned int* mode);
 /* END GENERATED VECTOR DECLARATIONS */
 /* clang-format on */
 

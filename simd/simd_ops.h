@@ -593,4 +593,102 @@ inline std::uint32_t fpclass(const vec<T>& v) {
 }
 #endif
 
+// ---- moves of selected elements (pack and unpack) ---------------------------------------------
+// Loads, gathers, permutes and masked stores only move bits: a value, NaN payloads included,
+// arrives as it left. Gathers exist on variants 3 and 5, the compress and expand permutes on
+// variant 5. (AVX2 can build both from a permute table and a masked store, but its masked
+// stores are slow on some processors, AMD's among them, and lost to plain loops there.)
+inline constexpr bool kHasGather = (TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5);
+
+#if TVX_VARIANT_ID == 3 || TVX_VARIANT_ID == 5
+#if TVX_VARIANT_ID == 3
+// All-lanes mask of the AVX2 double gather (its plain form starts from an undefined register,
+// which GCC 12 warns on).
+inline __m256d all_pd() {
+  return _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
+}
+#endif
+
+// Lane j of the result is base[ix[j]], with lanes<T> signed 32-bit element offsets read from ix.
+template <class T>
+inline vec<T> gather32(const T* base, const std::int32_t* ix) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(
+        _mm512_i32gather_pd(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ix)), base, 8));
+  } else {
+    return vec<T>(_mm512_i32gather_ps(_mm512_loadu_si512(ix), base, 4));
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm256_mask_i32gather_pd(_mm256_setzero_pd(), base,
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(ix)),
+                                           all_pd(), 8));
+  } else {
+    return vec<T>(_mm256_mask_i32gather_ps(_mm256_setzero_ps(), base,
+                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ix)),
+                                           _mm256_castsi256_ps(_mm256_set1_epi32(-1)), 4));
+  }
+#endif
+}
+
+// Bit j set when the 32-bit word m[j] is not zero, for the lanes<T> words from m.
+template <class T>
+inline std::uint32_t nonzero_bits(const std::int32_t* m) {
+#if TVX_VARIANT_ID == 5
+  if constexpr (sizeof(T) == 8) {
+    const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(m));
+    return _mm256_test_epi32_mask(w, w);
+  } else {
+    const __m512i w = _mm512_loadu_si512(m);
+    return _mm512_test_epi32_mask(w, w);
+  }
+#else
+  if constexpr (sizeof(T) == 8) {
+    const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m));
+    const __m128i z = _mm_cmpeq_epi32(w, _mm_setzero_si128());
+    return ~static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(z))) & 0xFu;
+  } else {
+    const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(m));
+    const __m256i z = _mm256_cmpeq_epi32(w, _mm256_setzero_si256());
+    return ~static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(z))) & 0xFFu;
+  }
+#endif
+}
+
+#endif
+
+#if TVX_VARIANT_ID == 5
+// The lanes of v whose bit is set in b, moved to the lowest lanes in order (others unspecified).
+template <class T>
+inline vec<T> compress(const vec<T>& v, std::uint32_t b) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_maskz_compress_pd(static_cast<__mmask8>(b), v));
+  } else {
+    return vec<T>(_mm512_maskz_compress_ps(static_cast<__mmask16>(b), v));
+  }
+}
+
+// The lowest lanes of v, in order, moved up to the lanes whose bit is set in b (others
+// unspecified).
+template <class T>
+inline vec<T> expand(const vec<T>& v, std::uint32_t b) {
+  if constexpr (sizeof(T) == 8) {
+    return vec<T>(_mm512_maskz_expand_pd(static_cast<__mmask8>(b), v));
+  } else {
+    return vec<T>(_mm512_maskz_expand_ps(static_cast<__mmask16>(b), v));
+  }
+}
+
+// Stores the lanes of v whose bit is set in b; memory under the other lanes is not touched.
+template <class T>
+inline void store_where(T* p, const vec<T>& v, std::uint32_t b) {
+  if constexpr (sizeof(T) == 8) {
+    _mm512_mask_storeu_pd(p, static_cast<__mmask8>(b), v);
+  } else {
+    _mm512_mask_storeu_ps(p, static_cast<__mmask16>(b), v);
+  }
+}
+#endif
+
 }  // namespace tvx::TVX_VNS::simd

@@ -6,14 +6,25 @@ With --check, exits 1 (and prints a diff) when the header is out of date instead
 """
 import difflib
 import os
-import re
 import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import vector_list  # noqa: E402
 
 BEGIN = "/* BEGIN GENERATED VECTOR DECLARATIONS */"
 END = "/* END GENERATED VECTOR DECLARATIONS */"
 
 TYPES = {"s": "float", "d": "double", "c": "TvxComplex8", "z": "TvxComplex16"}
 REAL = {"s": "float", "d": "double", "c": "float", "z": "double"}
+# Pack and unpack: the arguments after n and a, in the C forms and in the lower-case forms.
+MOVES = {
+    "pack_i": ("int inca, {T}* y", "const int* inca, {T}* y"),
+    "pack_v": ("const int* ia, {T}* y", "const int* ia, {T}* y"),
+    "pack_m": ("const int* ma, {T}* y", "const int* ma, {T}* y"),
+    "unpack_i": ("{T}* y, int incy", "{T}* y, const int* incy"),
+    "unpack_v": ("{T}* y, const int* iy", "{T}* y, const int* iy"),
+    "unpack_m": ("{T}* y, const int* my", "{T}* y, const int* my"),
+}
 
 
 def forms(name, lname, t, cls):
@@ -42,6 +53,10 @@ def forms(name, lname, t, cls):
     elif cls == "r_c":
         c = f"int n, const {R}* a, {T}* r"
         l = f"const int* n, const {R}* a, {T}* r"
+    elif cls in MOVES:
+        rest_c, rest_l = (x.format(T=T) for x in MOVES[cls])
+        c = f"int n, const {T}* a, {rest_c}"
+        l = f"const int* n, const {T}* a, {rest_l}"
     else:
         raise SystemExit(f"unknown class {cls}")
     return [
@@ -53,10 +68,11 @@ def forms(name, lname, t, cls):
 
 
 def generate(root):
-    text = open(os.path.join(root, "vector/frame/functions.def")).read()
+    # Only lines with kernels are exported; a name still without kernels is not declared.
     out = []
-    for m in re.finditer(r"^\s*TVX_VFN\(\s*(\w+)\s*,\s*(\w+)\s*,\s*(\w)\s*,\s*(\w+)\s*,", text, re.M):
-        out.extend(forms(*m.groups()))
+    for e in vector_list.parse(root):
+        if e.cells is not None:
+            out.extend(forms(e.name, e.lname, e.t, e.cls))
     return "\n".join(out)
 
 

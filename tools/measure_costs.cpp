@@ -128,6 +128,32 @@ float time_r_c(void (*k)(int, const R*, T*)) {
   return cycles_per_element([&] { k(kN, in_a<R>(), out<T>()); });
 }
 
+// Moves: increment 1, a scattered permutation as the index vector, every other element masked.
+const int* move_vector(bool mask) {
+  static int ix[kN], m[kN];
+  for (int i = 0; i < kN; ++i) {
+    ix[i] = (i * 397) % kN;
+    m[i] = i & 1;
+  }
+  return mask ? m : ix;
+}
+template <class T>
+float time_pack(void (*k)(int, const T*, int, T*)) {
+  return cycles_per_element([&] { k(kN, in_a<T>(), 1, out<T>()); });
+}
+template <class T>
+float time_pack(void (*k)(int, const T*, const int*, T*), bool mask) {
+  return cycles_per_element([&] { k(kN, in_a<T>(), move_vector(mask), out<T>()); });
+}
+template <class T>
+float time_unpack(void (*k)(int, const T*, T*, int)) {
+  return cycles_per_element([&] { k(kN, in_a<T>(), out<T>(), 1); });
+}
+template <class T>
+float time_unpack(void (*k)(int, const T*, T*, const int*), bool mask) {
+  return cycles_per_element([&] { k(kN, in_a<T>(), out<T>(), move_vector(mask)); });
+}
+
 #define TVX_TIME_v_v(t, k) time_v_v<TVX_T_##t>(k)
 #define TVX_TIME_vv_v(t, k) time_vv_v<TVX_T_##t>(k)
 #define TVX_TIME_v_vv(t, k) time_v_vv<TVX_T_##t>(k)
@@ -135,6 +161,12 @@ float time_r_c(void (*k)(int, const R*, T*)) {
 #define TVX_TIME_lfrac(t, k) time_lfrac<TVX_T_##t>(k)
 #define TVX_TIME_c_r(t, k) time_c_r(k)
 #define TVX_TIME_r_c(t, k) time_r_c(k)
+#define TVX_TIME_pack_i(t, k) time_pack(k)
+#define TVX_TIME_pack_v(t, k) time_pack(k, false)
+#define TVX_TIME_pack_m(t, k) time_pack(k, true)
+#define TVX_TIME_unpack_i(t, k) time_unpack(k)
+#define TVX_TIME_unpack_v(t, k) time_unpack(k, false)
+#define TVX_TIME_unpack_m(t, k) time_unpack(k, true)
 
 // A weight as a float literal with three significant digits: 0.248f, 3.0f, 21.7f. Weights are
 // kept within the range the threader's cost model is calibrated for, [0.113, 1792.66].

@@ -1,6 +1,7 @@
 // The exported vector functions: four forms per line of functions.def (C form, mode form and
 // their lower-case twins taking scalars by pointer), all on the line's dispatch row. Every form
 // reports itself under the C-form name.
+#include "vector/frame/pack.h"
 #include "vector/frame/road.h"
 #include "vector/frame/rows.h"
 
@@ -8,6 +9,8 @@ using tvx::frame::Arg;
 using tvx::frame::check_arguments;
 using tvx::frame::dispatch;
 using tvx::frame::dispatch_mode;
+using tvx::frame::Strided;
+using tvx::frame::Whole;
 
 #define TVX_NAME(t, Name) "v" #t #Name
 #define TVX_ROW(lname, t) tvx_row_##lname##_##t
@@ -164,6 +167,67 @@ using tvx::frame::dispatch_mode;
                                        const unsigned int* mode) {                      \
     vm##t##Name(*n, a, r, *mode);                                                       \
   }
+
+// ---- pack and unpack: the increment is not checked, the arrays are in argument order (inputs,
+// then the output). The increment forms cut the strided array by its increment, the index forms
+// hand the indexed array whole to every piece, the mask forms go through their own team run.
+
+// The four forms of a move class; ARGS/LARGS are the C and lower-case parameter lists, CALL
+// the lower-case form's call of the C form, CHECKS the pointer checks, BODY what follows them.
+#define TVX_MOVE_FORMS(Name, lname, t, ARGS, LARGS, CALL, CHECKS, BODY)              \
+  extern "C" TVX_API void v##t##Name ARGS {                                          \
+    if (check_arguments(TVX_NAME(t, Name), n, {TVX_EXPAND CHECKS})) BODY;            \
+  }                                                                                  \
+  extern "C" TVX_API void vm##t##Name(TVX_EXPAND ARGS, unsigned int mode) {          \
+    if (check_arguments(TVX_NAME(t, Name), n, {TVX_EXPAND CHECKS})) {                \
+      unsigned int old = kazSetMode(mode);                                           \
+      BODY;                                                                          \
+      kazsetmode(&old);                                                              \
+    }                                                                                \
+  }                                                                                  \
+  extern "C" TVX_API void v##t##lname LARGS {                                        \
+    v##t##Name CALL;                                                                 \
+  }                                                                                  \
+  extern "C" TVX_API void vm##t##lname(TVX_EXPAND LARGS, const unsigned int* mode) { \
+    vm##t##Name(TVX_EXPAND CALL, *mode);                                             \
+  }
+
+// pack by increment: n 1, a 2, y 4
+#define TVX_EXPORT_pack_i(Name, lname, t, fl)                                         \
+  TVX_MOVE_FORMS(Name, lname, t, (int n, const TVX_T_##t* a, int inca, TVX_T_##t* y), \
+                 (const int* n, const TVX_T_##t* a, const int* inca, TVX_T_##t* y),   \
+                 (*n, a, *inca, y), (Arg{a, 2}, Arg{y, 4}),                           \
+                 dispatch(TVX_ROW(lname, t), fl, n, Strided<const TVX_T_##t>{a, inca}, inca, y))
+// pack by index vector: n 1, a 2, ia 3, y 4
+#define TVX_EXPORT_pack_v(Name, lname, t, fl)                                                     \
+  TVX_MOVE_FORMS(Name, lname, t, (int n, const TVX_T_##t* a, const int* ia, TVX_T_##t* y),        \
+                 (const int* n, const TVX_T_##t* a, const int* ia, TVX_T_##t* y), (*n, a, ia, y), \
+                 (Arg{a, 2}, Arg{ia, 3}, Arg{y, 4}),                                              \
+                 dispatch(TVX_ROW(lname, t), fl, n, Whole<const TVX_T_##t>{a}, ia, y))
+// pack by mask: n 1, a 2, ma 3, y 4
+#define TVX_EXPORT_pack_m(Name, lname, t, fl)                                                     \
+  TVX_MOVE_FORMS(Name, lname, t, (int n, const TVX_T_##t* a, const int* ma, TVX_T_##t* y),        \
+                 (const int* n, const TVX_T_##t* a, const int* ma, TVX_T_##t* y), (*n, a, ma, y), \
+                 (Arg{a, 2}, Arg{ma, 3}, Arg{y, 4}),                                              \
+                 tvx::frame::dispatch_pack_m(TVX_ROW(lname, t), n, a, ma, y))
+// unpack by increment: n 1, a 2, y 3
+#define TVX_EXPORT_unpack_i(Name, lname, t, fl)                                       \
+  TVX_MOVE_FORMS(Name, lname, t, (int n, const TVX_T_##t* a, TVX_T_##t* y, int incy), \
+                 (const int* n, const TVX_T_##t* a, TVX_T_##t* y, const int* incy),   \
+                 (*n, a, y, *incy), (Arg{a, 2}, Arg{y, 3}),                           \
+                 dispatch(TVX_ROW(lname, t), fl, n, a, Strided<TVX_T_##t>{y, incy}, incy))
+// unpack by index vector: n 1, a 2, iy 4, then y 3
+#define TVX_EXPORT_unpack_v(Name, lname, t, fl)                                                   \
+  TVX_MOVE_FORMS(Name, lname, t, (int n, const TVX_T_##t* a, TVX_T_##t* y, const int* iy),        \
+                 (const int* n, const TVX_T_##t* a, TVX_T_##t* y, const int* iy), (*n, a, y, iy), \
+                 (Arg{a, 2}, Arg{iy, 4}, Arg{y, 3}),                                              \
+                 dispatch(TVX_ROW(lname, t), fl, n, a, Whole<TVX_T_##t>{y}, iy))
+// unpack by mask: n 1, a 2, my 4, then y 3
+#define TVX_EXPORT_unpack_m(Name, lname, t, fl)                                                   \
+  TVX_MOVE_FORMS(Name, lname, t, (int n, const TVX_T_##t* a, TVX_T_##t* y, const int* my),        \
+                 (const int* n, const TVX_T_##t* a, TVX_T_##t* y, const int* my), (*n, a, y, my), \
+                 (Arg{a, 2}, Arg{my, 4}, Arg{y, 3}),                                              \
+                 tvx::frame::dispatch_unpack_m(TVX_ROW(lname, t), n, a, y, my))
 
 #define TVX_VFN(Name, lname, t, cls, flags, cells, costs) TVX_EXPORT_##cls(Name, lname, t, flags)
 #include "vector/frame/functions.def"

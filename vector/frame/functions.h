@@ -3,7 +3,8 @@
 // A line of functions.def is
 //   TVX_VFN(Name, lname, t, class, flags, cells, costs)
 // Name/lname: the function in C-form and lower-case spelling (Exp, exp); t: type letter s d c z;
-// class: arity class (v_v, vv_v, v_vv, vs_v, lfrac, c_r, r_c); flags: 0 or TVX_FLAG_EP_WARN;
+// class: arity class (v_v, vv_v, v_vv, vs_v, lfrac, c_r, r_c, and the six move classes pack_i,
+// pack_v, pack_m, unpack_i, unpack_v, unpack_m); flags: 0 or TVX_FLAG_EP_WARN;
 // cells: 15 kernel tags, rows LA, HA, EP, each for variants 0, 1, 2, 3, 5 (variant 4 holds the
 // marker); a tag like ha_sse2 names the kernel kaz_<lname>_<t>_ha_sse2; costs: 15 cost weights
 // (cycles per element) in the same order.
@@ -78,6 +79,13 @@
            TVX_T_##t*)
 #define TVX_KDECL_c_r(t, sym) void sym(int, const TVX_T_##t*, TVX_R_##t*)
 #define TVX_KDECL_r_c(t, sym) void sym(int, const TVX_R_##t*, TVX_T_##t*)
+// Move classes: the third argument is an increment, an index vector or a mask vector (32-bit).
+#define TVX_KDECL_pack_i(t, sym) void sym(int, const TVX_T_##t*, int, TVX_T_##t*)
+#define TVX_KDECL_pack_v(t, sym) void sym(int, const TVX_T_##t*, const int*, TVX_T_##t*)
+#define TVX_KDECL_pack_m(t, sym) void sym(int, const TVX_T_##t*, const int*, TVX_T_##t*)
+#define TVX_KDECL_unpack_i(t, sym) void sym(int, const TVX_T_##t*, TVX_T_##t*, int)
+#define TVX_KDECL_unpack_v(t, sym) void sym(int, const TVX_T_##t*, TVX_T_##t*, const int*)
+#define TVX_KDECL_unpack_m(t, sym) void sym(int, const TVX_T_##t*, TVX_T_##t*, const int*)
 #define TVX_KTYPE_v_v(t) tvx::frame::K_v_v<TVX_T_##t>
 #define TVX_KTYPE_vv_v(t) tvx::frame::K_vv_v<TVX_T_##t>
 #define TVX_KTYPE_v_vv(t) tvx::frame::K_v_vv<TVX_T_##t>
@@ -85,6 +93,12 @@
 #define TVX_KTYPE_lfrac(t) tvx::frame::K_lfrac<TVX_T_##t>
 #define TVX_KTYPE_c_r(t) tvx::frame::K_c_r<TVX_T_##t, TVX_R_##t>
 #define TVX_KTYPE_r_c(t) tvx::frame::K_r_c<TVX_T_##t, TVX_R_##t>
+#define TVX_KTYPE_pack_i(t) tvx::frame::K_pack_i<TVX_T_##t>
+#define TVX_KTYPE_pack_v(t) tvx::frame::K_pack_v<TVX_T_##t>
+#define TVX_KTYPE_pack_m(t) tvx::frame::K_pack_v<TVX_T_##t>
+#define TVX_KTYPE_unpack_i(t) tvx::frame::K_unpack_i<TVX_T_##t>
+#define TVX_KTYPE_unpack_v(t) tvx::frame::K_unpack_v<TVX_T_##t>
+#define TVX_KTYPE_unpack_m(t) tvx::frame::K_unpack_v<TVX_T_##t>
 
 // Kernel pointer types by class; T is the element type, R the real type of its width.
 namespace tvx::frame {
@@ -112,6 +126,17 @@ template <class T, class R>
 using K_c_r = void (*)(int, const T*, R*);
 template <class T, class R>
 using K_r_c = void (*)(int, const R*, T*);
+
+// Move kernels: (n, source, increment or index/mask vector, destination) for pack and
+// (n, source, destination, increment or index/mask vector) for unpack.
+template <class T>
+using K_pack_i = void (*)(int, const T*, int, T*);
+template <class T>
+using K_pack_v = void (*)(int, const T*, const int*, T*);
+template <class T>
+using K_unpack_i = void (*)(int, const T*, T*, int);
+template <class T>
+using K_unpack_v = void (*)(int, const T*, T*, const int*);
 
 template <class K>
 struct Row {

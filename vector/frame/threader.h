@@ -128,6 +128,19 @@ int run_piece(const void* job, int k) {
   return kazGetErrStatus();
 }
 
+// The team for n elements of `cost` cycles each; 1 means the caller's thread alone. Vectors under
+// 100 elements never touch the thread settings.
+inline int team_size(int n, float cost) {
+  if (n < 100) return 1;
+  int threads = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
+  if (threads > 1 && tvx_get_dynamic() != 0) {
+    // A caller inside an OpenMP region runs alone, whatever its thread-local override says.
+    threads =
+        omp_in_parallel() ? 1 : tvx_kaz_useful_threads(threads, n, cost, tvx_kaz_fork_factor());
+  }
+  return threads;
+}
+
 // Calls `kernel` on the n elements of `args`; `cost` is the slot's cycles per element, `spare`
 // is unused. Vectors under 100 elements never touch the thread settings or the status word.
 //
@@ -140,16 +153,7 @@ int run_piece(const void* job, int k) {
 template <class K, class... A>
 inline void threaded_call(K kernel, int n, float cost, std::int64_t spare, A... args) {
   (void)spare;
-  if (n < 100) {
-    run_kernel(kernel, n, 0, args...);
-    return;
-  }
-  int threads = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
-  if (threads > 1 && tvx_get_dynamic() != 0) {
-    // A caller inside an OpenMP region runs alone, whatever its thread-local override says.
-    threads =
-        omp_in_parallel() ? 1 : tvx_kaz_useful_threads(threads, n, cost, tvx_kaz_fork_factor());
-  }
+  const int threads = team_size(n, cost);
   if (threads <= 1) {
     run_kernel(kernel, n, 0, args...);
     return;
