@@ -10,6 +10,7 @@ packages=(
   libmpfr-dev libgmp-dev
   libsleef-dev libgsl-dev python3-numpy
   binutils dpkg-dev
+  clang libclang-rt-14-dev libomp-dev
 )
 
 missing=()
