@@ -163,8 +163,35 @@ TVX_API int rudLeapfrogStream(RudStreamPtr stream, unsigned int k, int nstreams)
 /* Advances the stream by nskip outputs, nskip taken as unsigned 64 bits.
  * RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED where the generator has no skip-ahead. */
 TVX_API int rudSkipAheadStream(RudStreamPtr stream, long long nskip);
+/* Makes *copy a new stream with the source's generator, state and extension blocks (a shared
+ * block is shared once more). RUD_ERROR_MEM_FAILURE: when copying a block fails the copy is left
+ * allocated without blocks, *copy set, for the caller to delete. */
+TVX_API int rudCopyStream(RudStreamPtr* copy, RudStreamPtr source);
+/* Copies the source's state words (NSeeds x WordSize bytes of its row, clipped to what both
+ * records hold; the generators are not compared) and replaces the destination's extension blocks
+ * by copies of the source's. A leapfrog multiplier is not part of the state words. */
+TVX_API int rudCopyStreamState(RudStreamPtr destination, RudStreamPtr source);
 
-/* Twins taking every argument by pointer. */
+/* Saved images: a little-endian format (24-byte header, the generator's state, each extension
+ * block) that restores the stream bit for bit in another run. rudGetStreamSize gives the bytes a
+ * memory image needs. A null file name or memory pointer gives RUD_ERROR_BAD_ARGS.
+ * rudSaveStreamF writes a regular file whole or not at all (a new file beside it, renamed over
+ * the name): RUD_RNG_ERROR_FILE_OPEN when it can't be created or can't take the name,
+ * RUD_RNG_ERROR_FILE_WRITE on a failed write, RUD_RNG_ERROR_FILE_CLOSE on a failed close.
+ * The loads set *stream to null first and leave it null on failure, having freed what they made:
+ * RUD_RNG_ERROR_FILE_OPEN, RUD_RNG_ERROR_FILE_READ (a file cut short),
+ * RUD_RNG_ERROR_BAD_FILE_FORMAT (bad magic, sizes, generator or state),
+ * RUD_RNG_ERROR_BAD_FILE_VERSION (a newer version), RUD_RNG_ERROR_BAD_MEM_FORMAT (any of those
+ * two in a memory image), RUD_RNG_ERROR_NONDETERM_NOT_SUPPORTED and
+ * RUD_RNG_ERROR_ARS5_NOT_SUPPORTED (the generator can't run on this processor),
+ * RUD_ERROR_MEM_FAILURE. rudLoadStreamM trusts the caller that memptr holds a whole image. */
+TVX_API int rudSaveStreamF(RudStreamPtr stream, const char* fname);
+TVX_API int rudLoadStreamF(RudStreamPtr* stream, const char* fname);
+TVX_API int rudSaveStreamM(RudStreamPtr stream, char* memptr);
+TVX_API int rudLoadStreamM(RudStreamPtr* stream, const char* memptr);
+
+/* Twins taking every argument by pointer. The file forms take the name's length: a negative
+ * length means a zero-terminated name, else that many bytes are the name. */
 TVX_API int rudnewstream(RudStreamPtr* stream, const int* brng, const unsigned int* seed);
 TVX_API int rudnewstreamex(RudStreamPtr* stream, const int* brng, const int* n,
                            const unsigned int params[]);
@@ -176,6 +203,12 @@ TVX_API int rudgetbrngproperties(const int* brng, RudBrngProperties* properties)
 TVX_API int rudgetnumregbrngs(void);
 TVX_API int rudleapfrogstream(RudStreamPtr* stream, const unsigned int* k, const int* nstreams);
 TVX_API int rudskipaheadstream(RudStreamPtr* stream, const long long* nskip);
+TVX_API int rudcopystream(RudStreamPtr* copy, const RudStreamPtr* source);
+TVX_API int rudcopystreamstate(RudStreamPtr* destination, const RudStreamPtr* source);
+TVX_API int rudsavestreamf(const RudStreamPtr* stream, const char* fname, int length);
+TVX_API int rudloadstreamf(RudStreamPtr* stream, const char* fname, int length);
+TVX_API int rudsavestreamm(const RudStreamPtr* stream, char* memptr);
+TVX_API int rudloadstreamm(RudStreamPtr* stream, const char* memptr);
 
 /* ---- Distributions ----------------------------------------------------------------------- */
 /* Every distribution has one shape:

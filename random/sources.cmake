@@ -3,12 +3,14 @@
 # compiled per instruction-set variant (five copies).
 target_sources(tvx_core PRIVATE
   random/streams/exports.cpp
+  random/streams/availability.cpp
   random/distributions/frame.cpp
   random/streams/probes.cpp
 )
 
 tvx_add_variant_family(rud_streams
   random/streams/stream.cpp
+  random/streams/image.cpp
   random/streams/congruential.cpp
   random/streams/r250.cpp
   random/streams/mrg32k3a.cpp

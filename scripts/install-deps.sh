@@ -11,6 +11,7 @@ packages=(
   libsleef-dev libgsl-dev python3-numpy
   librandom123-dev librandom123-doc
   binutils dpkg-dev
+  clang libclang-rt-14-dev libomp-dev
 )
 
 missing=()

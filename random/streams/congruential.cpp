@@ -143,6 +143,11 @@ void mcg59_words(Mcg59State& st, int n, std::uint64_t* r) {
 }  // namespace
 
 // ---- MCG31 entry points -----------------------------------------------------------------------
+bool mcg31_state_ok(const void* state) {
+  const auto* st = static_cast<const Mcg31State*>(state);
+  return st->x >= 1 && st->x < kM31 && st->a >= 1 && st->a < kM31;
+}
+
 int mcg31_init(int op, RudStreamPtr stream, int n, const void* params) {
   if (stream == nullptr) return RUD_ERROR_NULL_PTR;
   Mcg31State& st = *rud::state<Mcg31State>(stream);
@@ -206,6 +211,12 @@ int mcg31_s(RudStreamPtr stream, int n, float r[], float a, float b) {
 }
 
 // ---- MCG59 entry points -----------------------------------------------------------------------
+// The multiplier is a power of 13^13, hence odd, and an odd multiplier never takes x to 0.
+bool mcg59_state_ok(const void* state) {
+  const auto* st = static_cast<const Mcg59State*>(state);
+  return st->x >= 1 && st->x <= kMask59 && (st->a & 1u) == 1u && st->a <= kMask59;
+}
+
 int mcg59_init(int op, RudStreamPtr stream, int n, const void* params) {
   if (stream == nullptr) return RUD_ERROR_NULL_PTR;
   Mcg59State& st = *rud::state<Mcg59State>(stream);

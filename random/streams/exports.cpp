@@ -3,7 +3,11 @@
 #include <atomic>
 #include <cstdint>
 
+#include <cstring>
+
 #include "random/streams/catalogue.h"
+#include "random/streams/image.h"
+#include "runtime/memory.h"
 #include "runtime/cpu_type.h"
 #include "runtime/report.h"
 #include "runtime/verbose.h"
@@ -46,6 +50,19 @@ TVX_RUD_SLOT(get_brng_properties, PropertiesFn)
 TVX_RUD_SLOT(get_num_reg_brngs, CountFn)
 TVX_RUD_SLOT(leapfrog_stream, LeapfrogFn)
 TVX_RUD_SLOT(skip_ahead_stream, SkipFn)
+using CopyFn = int (*)(RudStreamPtr*, RudStreamPtr);
+using CopyStateFn = int (*)(RudStreamPtr, RudStreamPtr);
+using SaveFileFn = int (*)(RudStreamPtr, const char*);
+using LoadFileFn = int (*)(RudStreamPtr*, const char*);
+using SaveMemFn = int (*)(RudStreamPtr, char*);
+using LoadMemFn = int (*)(RudStreamPtr*, const char*, std::size_t);
+
+TVX_RUD_SLOT(copy_stream, CopyFn)
+TVX_RUD_SLOT(copy_stream_state, CopyStateFn)
+TVX_RUD_SLOT(save_stream_file, SaveFileFn)
+TVX_RUD_SLOT(load_stream_file, LoadFileFn)
+TVX_RUD_SLOT(save_stream_mem, SaveMemFn)
+TVX_RUD_SLOT(load_stream_mem, LoadMemFn)
 #undef TVX_RUD_SLOT
 
 // Parameter report: the position of the bad argument under the export's name.
@@ -86,7 +103,64 @@ bool null_scalar(const void* p, const char* name, int position) {
   return true;
 }
 
+// A file name as the exports take it: zero-terminated for a negative `length`, else `length`
+// bytes, which are copied and terminated. `owned` is set when the caller must free the result.
+const char* file_name(const char* name, int length, bool& owned, int& status) {
+  owned = false;
+  status = RUD_STATUS_OK;
+  if (length < 0) return name;
+  auto* copy = static_cast<char*>(tvx_malloc(static_cast<std::size_t>(length) + 1, 64));
+  if (copy == nullptr) {
+    status = RUD_ERROR_MEM_FAILURE;
+    return nullptr;
+  }
+  std::memcpy(copy, name, static_cast<std::size_t>(length));
+  copy[length] = '\0';
+  owned = true;
+  return copy;
+}
+
+int save_file_frame(RudStreamPtr stream, const char* name, int length) {
+  const char* export_name = "rudSaveStreamF";
+  if (const int status = checked_stream(stream, export_name, 1)) return status;
+  if (name == nullptr) {
+    report(export_name, 2);
+    return RUD_ERROR_BAD_ARGS;
+  }
+  bool owned;
+  int status;
+  const char* path = file_name(name, length, owned, status);
+  if (status != RUD_STATUS_OK) return status;
+  const SaveFileFn fn = resolve(save_stream_file_slot, save_stream_file_copies);
+  status = verbose_wrap([&] { return fn(stream, path); }, "%s(%p,%s)", export_name,
+                        static_cast<void*>(stream), path);
+  if (owned) tvx_free(const_cast<char*>(path));
+  return status;
+}
+
+int load_file_frame(RudStreamPtr* stream, const char* name, int length) {
+  const char* export_name = "rudLoadStreamF";
+  if (stream == nullptr) {
+    report(export_name, 1);
+    return RUD_ERROR_NULL_PTR;
+  }
+  if (name == nullptr) {
+    report(export_name, 2);
+    return RUD_ERROR_BAD_ARGS;
+  }
+  bool owned;
+  int status;
+  const char* path = file_name(name, length, owned, status);
+  if (status != RUD_STATUS_OK) return status;
+  const LoadFileFn fn = resolve(load_stream_file_slot, load_stream_file_copies);
+  status = verbose_wrap([&] { return fn(stream, path); }, "%s(%p,%s)", export_name,
+                        static_cast<void*>(stream), path);
+  if (owned) tvx_free(const_cast<char*>(path));
+  return status;
+}
+
 }  // namespace
+
 }  // namespace tvx::rud
 
 using namespace tvx::rud;
@@ -166,6 +240,62 @@ TVX_API int rudSkipAheadStream(RudStreamPtr stream, long long nskip) {
                       static_cast<void*>(stream), nskip);
 }
 
+TVX_API int rudCopyStream(RudStreamPtr* copy, RudStreamPtr source) {
+  const char* name = "rudCopyStream";
+  if (const int status = checked_stream(source, name, 1)) return status;
+  if (copy == nullptr) {
+    report(name, 1);
+    return RUD_ERROR_NULL_PTR;
+  }
+  const CopyFn fn = resolve(copy_stream_slot, copy_stream_copies);
+  return verbose_wrap([&] { return fn(copy, source); }, "%s(%p,%p)", name, static_cast<void*>(copy),
+                      static_cast<void*>(source));
+}
+
+TVX_API int rudCopyStreamState(RudStreamPtr destination, RudStreamPtr source) {
+  const char* name = "rudCopyStreamState";
+  if (const int status = checked_stream(destination, name, 1)) return status;
+  if (const int status = checked_stream(source, name, 2)) return status;
+  const CopyStateFn fn = resolve(copy_stream_state_slot, copy_stream_state_copies);
+  return verbose_wrap([&] { return fn(destination, source); }, "%s(%p,%p)", name,
+                      static_cast<void*>(destination), static_cast<void*>(source));
+}
+
+TVX_API int rudSaveStreamF(RudStreamPtr stream, const char* fname) {
+  return save_file_frame(stream, fname, -1);
+}
+
+TVX_API int rudLoadStreamF(RudStreamPtr* stream, const char* fname) {
+  return load_file_frame(stream, fname, -1);
+}
+
+TVX_API int rudSaveStreamM(RudStreamPtr stream, char* memptr) {
+  const char* name = "rudSaveStreamM";
+  if (const int status = checked_stream(stream, name, 1)) return status;
+  if (memptr == nullptr) {
+    report(name, 2);
+    return RUD_ERROR_BAD_ARGS;
+  }
+  const SaveMemFn fn = resolve(save_stream_mem_slot, save_stream_mem_copies);
+  return verbose_wrap([&] { return fn(stream, memptr); }, "%s(%p,%p)", name,
+                      static_cast<void*>(stream), static_cast<void*>(memptr));
+}
+
+TVX_API int rudLoadStreamM(RudStreamPtr* stream, const char* memptr) {
+  const char* name = "rudLoadStreamM";
+  if (stream == nullptr) {
+    report(name, 1);
+    return RUD_ERROR_NULL_PTR;
+  }
+  if (memptr == nullptr) {
+    report(name, 2);
+    return RUD_ERROR_BAD_ARGS;
+  }
+  const LoadMemFn fn = resolve(load_stream_mem_slot, load_stream_mem_copies);
+  return verbose_wrap([&] { return fn(stream, memptr, kUnboundedImage); }, "%s(%p,%p)", name,
+                      static_cast<void*>(stream), static_cast<const void*>(memptr));
+}
+
 // ---- Twins with every argument by pointer -----------------------------------------------------
 TVX_API int rudnewstream(RudStreamPtr* stream, const int* brng, const unsigned int* seed) {
   if (null_scalar(brng, "rudNewStream", 2) || null_scalar(seed, "rudNewStream", 3)) {
@@ -212,6 +342,26 @@ TVX_API int rudskipaheadstream(RudStreamPtr* stream, const long long* nskip) {
   if (const int status = checked_stream(s, "rudSkipAheadStream", 1)) return status;
   if (null_scalar(nskip, "rudSkipAheadStream", 2)) return RUD_ERROR_NULL_PTR;
   return rudSkipAheadStream(s, *nskip);
+}
+
+TVX_API int rudcopystream(RudStreamPtr* copy, const RudStreamPtr* source) {
+  return rudCopyStream(copy, source != nullptr ? *source : nullptr);
+}
+TVX_API int rudcopystreamstate(RudStreamPtr* destination, const RudStreamPtr* source) {
+  return rudCopyStreamState(destination != nullptr ? *destination : nullptr,
+                            source != nullptr ? *source : nullptr);
+}
+TVX_API int rudsavestreamf(const RudStreamPtr* stream, const char* fname, int length) {
+  return save_file_frame(stream != nullptr ? *stream : nullptr, fname, length);
+}
+TVX_API int rudloadstreamf(RudStreamPtr* stream, const char* fname, int length) {
+  return load_file_frame(stream, fname, length);
+}
+TVX_API int rudsavestreamm(const RudStreamPtr* stream, char* memptr) {
+  return rudSaveStreamM(stream != nullptr ? *stream : nullptr, memptr);
+}
+TVX_API int rudloadstreamm(RudStreamPtr* stream, const char* memptr) {
+  return rudLoadStreamM(stream, memptr);
 }
 
 }  // extern "C"

@@ -24,6 +24,14 @@ TVX_RUD_GENERATOR(ars5)
 TVX_RUD_GENERATOR(philox)
 #undef TVX_RUD_GENERATOR
 
+// Checks of a state read from an image: true when the bytes could be the state of a live stream
+// (indices inside their buffer, values inside the modulus), so that a damaged or hostile image
+// can't make the block generators read out of bounds or loop for ever.
+bool mcg31_state_ok(const void* state);
+bool r250_state_ok(const void* state);
+bool mrg32k3a_state_ok(const void* state);
+bool mcg59_state_ok(const void* state);
+
 // Argument test shared by the block entry points.
 template <class T>
 inline int block_args(RudStreamPtr stream, int n, const T* r) {

@@ -162,6 +162,15 @@ void advance(MrgState& st, const Mat3& p1, const Mat3& p2) {
 
 }  // namespace
 
+// Each component reduced by its modulus and not all zero, as seeding leaves it.
+bool mrg32k3a_state_ok(const void* state) {
+  const auto* s = static_cast<const MrgState*>(state)->s;
+  for (int j = 0; j < 6; ++j) {
+    if (s[j] >= (j < 3 ? kM1 : kM2)) return false;
+  }
+  return (s[0] | s[1] | s[2]) != 0 && (s[3] | s[4] | s[5]) != 0;
+}
+
 int mrg32k3a_init(int op, RudStreamPtr stream, int n, const void* params) {
   if (stream == nullptr) return RUD_ERROR_NULL_PTR;
   MrgState& st = *rud::state<MrgState>(stream);

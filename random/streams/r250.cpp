@@ -54,6 +54,12 @@ void r250_words(R250State& st, int n, std::uint32_t* r) {
 
 }  // namespace
 
+// The two positions move together, 103 places apart.
+bool r250_state_ok(const void* state) {
+  const auto* st = static_cast<const R250State*>(state);
+  return st->i0 < kSize && st->i1 == (st->i0 + kLag) % kSize;
+}
+
 int r250_init(int op, RudStreamPtr stream, int n, const void* params) {
   if (stream == nullptr) return RUD_ERROR_NULL_PTR;
   R250State& st = *rud::state<R250State>(stream);

@@ -70,6 +70,7 @@ const RudBrngProperties* lookup(int brng) {
 struct SharedEntry {
   std::uint64_t key[2];
   std::uint32_t refcount;
+  std::uint32_t size;  // bytes of the shared block: every node that shares it states this size
   void* data;
 };
 
@@ -139,10 +140,11 @@ int ext_add(RudStreamPtr stream, std::uint32_t tag, const std::uint64_t* key, vo
       // Already shared: take a reference; the caller keeps its own bytes.
       ++g_shared[i].refcount;
       node->data = g_shared[i].data;
+      node->size = g_shared[i].size;
     } else if (g_shared_count >= rud::kSharedEntries - 1) {
       node->key[0] = node->key[1] = 0;  // table full: the block stays private
     } else {
-      g_shared[g_shared_count++] = SharedEntry{{node->key[0], node->key[1]}, 1u, data};
+      g_shared[g_shared_count++] = SharedEntry{{node->key[0], node->key[1]}, 1u, size, data};
     }
     shared_unlock();
   }

@@ -11,7 +11,18 @@
 #include <utility>
 #include <vector>
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include "random/rng_copies.h"
+#include "random/streams/image.h"
 #include "runtime/cpu_type.h"
 #include "runtime/memory.h"
 #include "runtime/report.h"
@@ -468,6 +479,425 @@ TEST(ExtensionBlocks, SharedTableUnderThreads) {
   for (auto& th : threads) th.join();
   EXPECT_EQ(c.refcount(key), rud::kKeyNotShared);
   EXPECT_EQ(c.shared_count(), entries);
+}
+
+// ---- Copies, leapfrog, skip-ahead and saved images of every generator ------------------------
+// One row per generator of the catalogue: what its stream operations allow and the bytes that
+// rudCopyStreamState copies (the row's seed words, not the whole record).
+struct GeneratorRow {
+  const char* name;
+  int brng;
+  bool leapfrog, skip;
+  std::size_t state_words_bytes;
+};
+const GeneratorRow kGenerators[] = {
+    {"mcg31", RUD_BRNG_MCG31, true, true, 4},
+    {"r250", RUD_BRNG_R250, false, false, 1008},
+    {"mrg32k3a", RUD_BRNG_MRG32K3A, false, true, 24},
+    {"mcg59", RUD_BRNG_MCG59, true, true, 8},
+};
+const unsigned int kSeeds[6] = {20240611u, 7u, 99u, 5u, 4000000000u, 3u};
+
+// n raw words of the stream, as bytes (WordSize each).
+std::vector<unsigned char> draw(RudStreamPtr s, int n) {
+  RudBrngProperties p;
+  EXPECT_EQ(rudGetBrngProperties(rudGetStreamStateBrng(s), &p), 0);
+  std::vector<unsigned char> out(static_cast<std::size_t>(n * p.WordSize) + 16);
+  EXPECT_EQ(p.iBRng(s, n, reinterpret_cast<unsigned int*>(out.data())), 0);
+  out.resize(static_cast<std::size_t>(n * p.WordSize));
+  return out;
+}
+
+RudStreamPtr seeded(const GeneratorRow& g) {
+  RudStreamPtr s = nullptr;
+  EXPECT_EQ(rudNewStreamEx(&s, g.brng, 6, kSeeds), 0);
+  return s;
+}
+
+// Two private blocks, one of them empty, as a distribution would keep them.
+void add_blocks(RudStreamPtr s) {
+  const Copy& c = copy_in_use();
+  ASSERT_EQ(c.ext_add(s, 21, nullptr, bytes(40, 0x5A), 40), 0);
+  ASSERT_EQ(c.ext_add(s, 22, nullptr, nullptr, 0), 0);
+}
+
+// Files of this run's image tests, in a directory removed when the test program ends.
+std::string temp_path(const std::string& leaf) {
+  static const struct Dir {
+    std::string path = testing::TempDir() + "tvx_images_" + std::to_string(getpid());
+    Dir() { std::filesystem::create_directories(path); }
+    ~Dir() { std::filesystem::remove_all(path); }
+  } dir;
+  return dir.path + "/" + leaf;
+}
+
+std::vector<char> image_of(RudStreamPtr s, unsigned char fill = 0xCA) {
+  const int size = rudGetStreamSize(s);
+  EXPECT_GT(size, 0);
+  std::vector<char> image(static_cast<std::size_t>(size), static_cast<char>(fill));
+  EXPECT_EQ(rudSaveStreamM(s, image.data()), 0);
+  return image;
+}
+
+std::vector<char> file_bytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST_F(Frames, CopiesLeapfrogAndSkipOfEveryGenerator) {
+  for (const GeneratorRow& g : kGenerators) {
+    SCOPED_TRACE(g.name);
+    RudStreamPtr original = seeded(g), copy = nullptr, copy2 = nullptr, plain = seeded(g);
+    add_blocks(original);
+    draw(original, 17);
+    ASSERT_EQ(rudCopyStream(&copy, original), 0);
+    ASSERT_EQ(rudCopyStream(&copy2, copy), 0);
+    const Copy& c = copy_in_use();
+    EXPECT_EQ(c.ext_count(copy2), 2);
+    EXPECT_NE(c.ext_find(copy2, 21), c.ext_find(original, 21));  // private bytes are copied
+    EXPECT_EQ(std::memcmp(c.ext_find(copy2, 21), c.ext_find(original, 21), 40), 0);
+    const auto expected = draw(original, 300);
+    ASSERT_EQ(rudDeleteStream(&original), 0);
+    EXPECT_EQ(draw(copy, 300), expected);
+    EXPECT_EQ(draw(copy2, 300), expected);
+
+    // rudCopyStreamState copies the row's seed words and nothing else of the record.
+    RudStreamPtr target = seeded(g);
+    RudBrngProperties p;
+    ASSERT_EQ(rudGetBrngProperties(g.brng, &p), 0);
+    auto* t = reinterpret_cast<unsigned char*>(target) + 16;
+    const auto* from = reinterpret_cast<const unsigned char*>(copy) + 16;
+    const std::size_t record = static_cast<std::size_t>(p.StreamStateSize) - 16;
+    std::memset(t, 0xAB, record);
+    ASSERT_EQ(rudCopyStreamState(target, copy), 0);
+    EXPECT_EQ(std::memcmp(t, from, g.state_words_bytes), 0);
+    for (std::size_t i = g.state_words_bytes; i < record; ++i) ASSERT_EQ(t[i], 0xAB) << i;
+    EXPECT_EQ(c.ext_count(target), 2);
+    EXPECT_EQ(rudCopyStreamState(target, target), 0);
+    EXPECT_EQ(c.ext_count(target), 2);
+
+    // Leapfrog (stream 1 of 3) and skip-ahead against plain stepping, or their refusal.
+    const auto reference = draw(plain, 3 * 40 + 1000);
+    const std::size_t w = static_cast<std::size_t>(p.WordSize);
+    RudStreamPtr part = seeded(g), skipped = seeded(g);
+    const int leap = rudLeapfrogStream(part, 1, 3);
+    if (g.leapfrog) {
+      ASSERT_EQ(leap, 0);
+      const auto got = draw(part, 40);
+      for (std::size_t i = 0; i < 40; ++i) {
+        ASSERT_EQ(std::memcmp(&got[i * w], &reference[(1 + 3 * i) * w], w), 0) << i;
+      }
+    } else {
+      EXPECT_EQ(leap, RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
+    }
+    const int skip = rudSkipAheadStream(skipped, 1000);
+    if (g.skip) {
+      ASSERT_EQ(skip, 0);
+      const auto got = draw(skipped, 40);
+      EXPECT_EQ(std::memcmp(got.data(), &reference[1000 * w], 40 * w), 0);
+    } else {
+      EXPECT_EQ(skip, RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
+    }
+    for (RudStreamPtr* s : {&copy, &copy2, &plain, &target, &part, &skipped}) {
+      EXPECT_EQ(rudDeleteStream(s), 0);
+    }
+  }
+  // Copies of different generators are not refused: the source's words, clipped to the record.
+  RudStreamPtr small = nullptr, big = nullptr;
+  ASSERT_EQ(rudNewStream(&small, RUD_BRNG_MCG31, 5), 0);
+  ASSERT_EQ(rudNewStream(&big, RUD_BRNG_R250, 5), 0);
+  EXPECT_EQ(rudCopyStreamState(small, big), 0);
+  EXPECT_EQ(std::memcmp(reinterpret_cast<char*>(small) + 16, reinterpret_cast<char*>(big) + 16, 8),
+            0);
+  EXPECT_TRUE(taken().empty());
+  RudStreamPtr out = nullptr;
+  EXPECT_EQ(rudCopyStream(&out, nullptr), RUD_ERROR_NULL_PTR);
+  EXPECT_EQ(rudCopyStream(nullptr, small), RUD_ERROR_NULL_PTR);
+  EXPECT_EQ(rudCopyStreamState(nullptr, small), RUD_ERROR_NULL_PTR);
+  EXPECT_EQ(rudCopyStreamState(small, nullptr), RUD_ERROR_NULL_PTR);
+  EXPECT_EQ(taken(), (std::vector<Report>{{"rudCopyStream", 1},
+                                          {"rudCopyStream", 1},
+                                          {"rudCopyStreamState", 1},
+                                          {"rudCopyStreamState", 2}}));
+  EXPECT_EQ(rudDeleteStream(&small), 0);
+  EXPECT_EQ(rudDeleteStream(&big), 0);
+}
+
+// Draw, save to memory and to a file, draw on; each load continues with the same words and the
+// same blocks. The memory image leaves the two reserved bytes as the buffer had them.
+TEST_F(Frames, SaveAndLoadRoundTripOfEveryGenerator) {
+  for (const GeneratorRow& g : kGenerators) {
+    SCOPED_TRACE(g.name);
+    RudStreamPtr s = seeded(g);
+    add_blocks(s);
+    draw(s, 37);
+    const std::vector<char> image = image_of(s);
+    const std::string path = temp_path(std::string(g.name) + ".img");
+    ASSERT_EQ(rudSaveStreamF(s, path.c_str()), 0);
+    const auto after = draw(s, 500);
+    RudBrngProperties p;
+    ASSERT_EQ(rudGetBrngProperties(g.brng, &p), 0);
+    std::uint32_t head[6];
+    std::memcpy(head, image.data(), sizeof head);
+    EXPECT_EQ(head[0], 2u);
+    EXPECT_EQ(head[1], 0x00474E52u);
+    EXPECT_EQ(head[2], 24u);
+    EXPECT_EQ(head[3], static_cast<std::uint32_t>(p.StreamStateSize - 16));
+    EXPECT_EQ(head[4], 0xCACA0002u);
+    EXPECT_EQ(static_cast<int>(head[5]), g.brng);
+    std::vector<char> file = file_bytes(path);
+    ASSERT_EQ(file.size(), image.size());
+    EXPECT_EQ(file[18], 0);
+    EXPECT_EQ(file[19], 0);
+    file[18] = file[19] = static_cast<char>(0xCA);
+    EXPECT_EQ(file, image);
+
+    RudStreamPtr from_mem = nullptr, from_file = nullptr;
+    ASSERT_EQ(rudLoadStreamM(&from_mem, image.data()), 0);
+    ASSERT_EQ(rudLoadStreamF(&from_file, path.c_str()), 0);
+    for (RudStreamPtr t : {from_mem, from_file}) {
+      EXPECT_EQ(rudGetStreamStateBrng(t), g.brng);
+      EXPECT_EQ(draw(t, 500), after);
+      const Copy& c = copy_in_use();
+      EXPECT_EQ(c.ext_count(t), 2);
+      ASSERT_NE(c.ext_find(t, 21), nullptr);
+      EXPECT_EQ(static_cast<unsigned char*>(c.ext_find(t, 21))[39], 0x5A);
+      EXPECT_EQ(rudGetStreamSize(t), static_cast<int>(image.size()));
+    }
+    for (RudStreamPtr* t : {&s, &from_mem, &from_file}) EXPECT_EQ(rudDeleteStream(t), 0);
+  }
+  EXPECT_TRUE(taken().empty());
+}
+
+// Saved by one process and loaded by another: the second continues with the first's next words.
+TEST(StreamImages, RoundTripAcrossProcesses) {
+  for (const GeneratorRow& g : kGenerators) {
+    const std::string path = temp_path(std::string("process_") + g.name + ".img");
+    const auto digest_of_next = [](RudStreamPtr s) {
+      Digest d;
+      for (unsigned char b : draw(s, 10000)) d.add(b);
+      std::printf("%016llx\n", static_cast<unsigned long long>(d.h));
+    };
+    const ChildResult saver = run_in_child({}, [&] {
+      RudStreamPtr s = seeded(g);
+      draw(s, 1234);
+      if (rudSaveStreamF(s, path.c_str()) != 0) return 1;
+      digest_of_next(s);
+      return rudDeleteStream(&s);
+    });
+    const ChildResult loader = run_in_child({}, [&] {
+      RudStreamPtr s = nullptr;
+      if (rudLoadStreamF(&s, path.c_str()) != 0) return 1;
+      digest_of_next(s);
+      return rudDeleteStream(&s);
+    });
+    ASSERT_EQ(saver.exit_code, 0) << g.name;
+    ASSERT_EQ(loader.exit_code, 0) << g.name;
+    EXPECT_EQ(saver.out, loader.out) << g.name;
+  }
+}
+
+// The images of tests/data/images are the seed corpus of the loader's fuzzer: each is the image of
+// a fixed stream, made again here, so that the corpus and the format can't drift apart.
+// TVX_WRITE_IMAGES=<dir> writes them instead.
+TEST(StreamImages, CheckedInImagesAreCurrent) {
+  const char* write_to = std::getenv("TVX_WRITE_IMAGES");
+  for (const GeneratorRow& g : kGenerators) {
+    RudStreamPtr s = seeded(g);
+    add_blocks(s);
+    draw(s, 10);
+    const std::vector<char> image = image_of(s, 0);
+    const std::string leaf = std::string("/") + g.name + ".img";
+    if (write_to != nullptr) {
+      std::ofstream(write_to + leaf, std::ios::binary).write(image.data(), image.size());
+    } else {
+      EXPECT_EQ(file_bytes(TVX_IMAGE_DIR + leaf), image) << g.name;
+    }
+    EXPECT_EQ(rudDeleteStream(&s), 0);
+  }
+}
+
+// Damaged images: each gets its status, the out pointer stays null and nothing leaks.
+TEST_F(Frames, DamagedImagesAreRefused) {
+  RudStreamPtr s = seeded(kGenerators[2]);
+  add_blocks(s);
+  const std::vector<char> good = image_of(s, 0);
+  const std::size_t state_end = 24 + 24;
+  struct Case {
+    const char* what;
+    std::size_t offset;
+    std::uint32_t value;
+    int mem, file;
+  };
+  const Case cases[] = {
+      {"magic", 4, 0x00474E53u, RUD_RNG_ERROR_BAD_MEM_FORMAT, RUD_RNG_ERROR_BAD_FILE_FORMAT},
+      {"magic with a free high byte", 4, 0xFF474E52u, 0, 0},
+      {"version 3", 0, 3u, RUD_RNG_ERROR_BAD_MEM_FORMAT, RUD_RNG_ERROR_BAD_FILE_VERSION},
+      {"unknown generator", 20, 0x7FF00000u, RUD_RNG_ERROR_BAD_MEM_FORMAT,
+       RUD_RNG_ERROR_BAD_FILE_FORMAT},
+      {"generator not built", 20, RUD_BRNG_MT19937, RUD_RNG_ERROR_BAD_MEM_FORMAT,
+       RUD_RNG_ERROR_BAD_FILE_FORMAT},
+      {"state size", 12, 28u, RUD_RNG_ERROR_BAD_MEM_FORMAT, RUD_RNG_ERROR_BAD_FILE_FORMAT},
+      {"header size", 8, 20u, RUD_RNG_ERROR_BAD_MEM_FORMAT, RUD_RNG_ERROR_BAD_FILE_FORMAT},
+      {"state past its modulus", 24, 0xFFFFFFFFu, RUD_RNG_ERROR_BAD_MEM_FORMAT,
+       RUD_RNG_ERROR_BAD_FILE_FORMAT},
+      {"more blocks than the image holds", 16, 3u, RUD_RNG_ERROR_FILE_READ,
+       RUD_RNG_ERROR_FILE_READ},
+      {"block larger than the image", state_end + 20, 0x7FFFFFF0u, RUD_RNG_ERROR_FILE_READ,
+       RUD_RNG_ERROR_FILE_READ},
+  };
+  const auto load_mem_bounded =
+      std::array{rud_load_stream_mem_sse2, rud_load_stream_mem_sse2b, rud_load_stream_mem_sse42,
+                 rud_load_stream_mem_avx2,
+                 rud_load_stream_mem_avx512}[static_cast<std::size_t>(copy_in_use().index)];
+  const std::string path = temp_path("damaged.img");
+  const auto check = [&](const std::vector<char>& image, int mem, int file, bool unbounded) {
+    RudStreamPtr t = reinterpret_cast<RudStreamPtr>(0x1);
+    EXPECT_EQ(load_mem_bounded(&t, image.data(), image.size()), mem);
+    EXPECT_EQ(t == nullptr, mem != 0);
+    if (t != nullptr) rudDeleteStream(&t);
+    if (unbounded) {
+      t = reinterpret_cast<RudStreamPtr>(0x1);
+      EXPECT_EQ(rudLoadStreamM(&t, image.data()), mem);
+      if (t != nullptr) rudDeleteStream(&t);
+    }
+    std::ofstream(path, std::ios::binary).write(image.data(), image.size());
+    t = reinterpret_cast<RudStreamPtr>(0x1);
+    EXPECT_EQ(rudLoadStreamF(&t, path.c_str()), file);
+    EXPECT_EQ(t == nullptr, file != 0);
+    if (t != nullptr) rudDeleteStream(&t);
+  };
+  for (const Case& k : cases) {
+    SCOPED_TRACE(k.what);
+    std::vector<char> image = good;
+    std::memcpy(&image[k.offset], &k.value, 4);
+    check(image, k.mem, k.file, k.mem != RUD_RNG_ERROR_FILE_READ);
+  }
+  // Cut short anywhere: in the header, the state, a block's head or its bytes.
+  for (std::size_t cut : {0ul, 7ul, 23ul, 30ul, state_end + 3, state_end + 30, good.size() - 1}) {
+    SCOPED_TRACE(cut);
+    check(std::vector<char>(good.begin(), good.begin() + static_cast<long>(cut)),
+          RUD_RNG_ERROR_FILE_READ, RUD_RNG_ERROR_FILE_READ, false);
+  }
+  // An R250 image whose positions are not 103 apart would make the generator run off its buffer.
+  RudStreamPtr r = seeded(kGenerators[1]);
+  std::vector<char> r250 = image_of(r, 0);
+  const std::uint32_t i0 = 250;
+  std::memcpy(&r250[24 + 1000], &i0, 4);
+  check(r250, RUD_RNG_ERROR_BAD_MEM_FORMAT, RUD_RNG_ERROR_BAD_FILE_FORMAT, true);
+
+  // Older images: a 20-byte header (version 1 with keys, version 0 without) are still read.
+  const auto older = [&](std::uint32_t version, bool swapped) {
+    std::string img;
+    const auto append = [&img](const void* p, std::size_t n) {
+      img.append(static_cast<const char*>(p), n);
+    };
+    const std::uint32_t w[2] = {swapped ? 0x00474E52u : version, swapped ? version : 0x00474E52u};
+    const std::uint16_t sizes[4] = {20, 24, 2, 0};
+    append(w, 8);
+    append(sizes, 8);
+    append(&good[20], 4);
+    append(&good[24], 24);
+    for (std::size_t at = state_end; at < good.size();) {  // blocks, without keys in version 0
+      std::uint32_t size;
+      std::memcpy(&size, &good[at + 20], 4);
+      append(&good[at], 4);
+      if (version != 0) append(&good[at + 4], 16);
+      append(&good[at + 20], 4 + size);
+      at += 24 + size;
+    }
+    return std::vector<char>(img.begin(), img.end());
+  };
+  const auto words_after_load = [](const std::vector<char>& img) {
+    RudStreamPtr t = nullptr;
+    EXPECT_EQ(rudLoadStreamM(&t, img.data()), 0);
+    if (t == nullptr) return std::vector<unsigned char>();
+    EXPECT_EQ(copy_in_use().ext_count(t), 2);
+    auto w = draw(t, 20);
+    rudDeleteStream(&t);
+    return w;
+  };
+  const auto expected = words_after_load(good);
+  EXPECT_EQ(words_after_load(older(1, false)), expected);
+  EXPECT_EQ(words_after_load(older(0, false)), expected);
+  // Swapped words: the first taken as the version is neither 0, 1 nor 2, so the blocks can't be
+  // read.
+  check(older(1, true), RUD_RNG_ERROR_FILE_READ, RUD_RNG_ERROR_FILE_READ, true);
+  EXPECT_TRUE(taken().empty());
+
+  // Arguments, a missing file, a name that can't be written.
+  RudStreamPtr t = nullptr;
+  EXPECT_EQ(rudLoadStreamF(&t, (path + ".missing").c_str()), RUD_RNG_ERROR_FILE_OPEN);
+  EXPECT_EQ(rudSaveStreamF(s, "/nonexistent-dir/x.img"), RUD_RNG_ERROR_FILE_OPEN);
+  EXPECT_EQ(rudSaveStreamF(s, testing::TempDir().c_str()), RUD_RNG_ERROR_FILE_OPEN);
+  EXPECT_TRUE(taken().empty());
+  EXPECT_EQ(rudSaveStreamF(s, nullptr), RUD_ERROR_BAD_ARGS);
+  EXPECT_EQ(rudSaveStreamM(s, nullptr), RUD_ERROR_BAD_ARGS);
+  EXPECT_EQ(rudLoadStreamF(&t, nullptr), RUD_ERROR_BAD_ARGS);
+  EXPECT_EQ(rudLoadStreamM(&t, nullptr), RUD_ERROR_BAD_ARGS);
+  EXPECT_EQ(rudLoadStreamM(nullptr, good.data()), RUD_ERROR_NULL_PTR);
+  char buffer[64];
+  EXPECT_EQ(rudSaveStreamM(nullptr, buffer), RUD_ERROR_NULL_PTR);
+  EXPECT_EQ(taken(), (std::vector<Report>{{"rudSaveStreamF", 2},
+                                          {"rudSaveStreamM", 2},
+                                          {"rudLoadStreamF", 2},
+                                          {"rudLoadStreamM", 2},
+                                          {"rudLoadStreamM", 1},
+                                          {"rudSaveStreamM", 1}}));
+  // The lower-case forms take the name's length.
+  const std::string named = path + "-and-more";
+  ASSERT_EQ(rudsavestreamf(&s, named.c_str(), static_cast<int>(path.size())), 0);
+  ASSERT_EQ(rudloadstreamf(&t, path.c_str(), -1), 0);
+  EXPECT_EQ(draw(t, 5), draw(s, 5));
+  for (RudStreamPtr* x : {&s, &r, &t}) EXPECT_EQ(rudDeleteStream(x), 0);
+}
+
+// A save that can't be written whole leaves the old file as it was and no other file behind.
+TEST(StreamImages, FailedWriteLeavesTheOldFile) {
+  const std::string path = temp_path("kept.img");
+  const ChildResult r = run_in_child({}, [&] {
+    RudStreamPtr small = nullptr, big = nullptr;
+    if (rudNewStream(&small, RUD_BRNG_MCG31, 1) != 0 || rudSaveStreamF(small, path.c_str()) != 0) {
+      return 1;
+    }
+    if (rudNewStream(&big, RUD_BRNG_R250, 1) != 0) return 2;
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {100, 100};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    if (rudSaveStreamF(big, path.c_str()) != RUD_RNG_ERROR_FILE_WRITE) return 3;
+    rudDeleteStream(&small);
+    rudDeleteStream(&big);
+    return 0;
+  });
+  ASSERT_EQ(r.exit_code, 0) << r.out;
+  EXPECT_EQ(file_bytes(path).size(), 24u + 8u);
+  for (const auto& e :
+       std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+    EXPECT_EQ(e.path().string().find("kept.img.tvx-"), std::string::npos) << e.path();
+  }
+}
+
+// A saved shared block gets its key back: while the key is live the load shares the live bytes.
+TEST(StreamImages, SharedBlocksComeBackShared) {
+  const Copy& c = copy_in_use();
+  std::uint64_t key[2];
+  c.make_key(31, key);
+  RudStreamPtr s = nullptr, t = nullptr, u = nullptr;
+  ASSERT_EQ(rudNewStream(&s, RUD_BRNG_MCG59, 1), 0);
+  ASSERT_EQ(c.ext_add(s, 4, key, bytes(64, 9), 64), 0);
+  std::vector<char> image = image_of(s);
+  ASSERT_EQ(rudCopyStream(&t, s), 0);
+  EXPECT_EQ(c.refcount(key), 2);
+  ASSERT_EQ(rudLoadStreamM(&u, image.data()), 0);
+  EXPECT_EQ(c.refcount(key), 3);
+  EXPECT_EQ(c.ext_find(u, 4), c.ext_find(s, 4));
+  for (RudStreamPtr* x : {&s, &t, &u}) EXPECT_EQ(rudDeleteStream(x), 0);
+  EXPECT_EQ(c.refcount(key), rud::kKeyNotShared);
+  // Not live any more: the load brings the bytes back under the key.
+  ASSERT_EQ(rudLoadStreamM(&u, image.data()), 0);
+  EXPECT_EQ(c.refcount(key), 1);
+  EXPECT_EQ(static_cast<unsigned char*>(c.ext_find(u, 4))[63], 9);
+  EXPECT_EQ(rudDeleteStream(&u), 0);
 }
 
 // ---- Copy choice and verbose line -------------------------------------------------------------
