@@ -3,7 +3,6 @@
 # compiled per instruction-set variant (five copies).
 target_sources(tvx_core PRIVATE
   random/streams/exports.cpp
-  random/streams/availability.cpp
   random/distributions/frame.cpp
   random/streams/probes.cpp
 )

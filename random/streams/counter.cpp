@@ -421,6 +421,15 @@ int counter_s(RudStreamPtr stream, int n, float r[], float a, float b) {
 
 }  // namespace
 
+// A loaded counter state may hold any key and counter; only the count of kept words indexes memory.
+bool philox_state_ok(const void* state) {
+  return static_cast<const PhiloxState*>(state)->left <= 4;
+}
+
+bool ars5_state_ok(const void* state) {
+  return static_cast<const ArsState*>(state)->left <= 4;
+}
+
 int philox_init(int op, RudStreamPtr stream, int n, const void* params) {
   return counter_init<Philox>(op, stream, n, params, 2);
 }

@@ -31,6 +31,8 @@ bool mcg31_state_ok(const void* state);
 bool r250_state_ok(const void* state);
 bool mrg32k3a_state_ok(const void* state);
 bool mcg59_state_ok(const void* state);
+bool philox_state_ok(const void* state);
+bool ars5_state_ok(const void* state);
 
 // Argument test shared by the block entry points.
 template <class T>

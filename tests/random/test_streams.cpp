@@ -495,6 +495,8 @@ const GeneratorRow kGenerators[] = {
     {"r250", RUD_BRNG_R250, false, false, 1008},
     {"mrg32k3a", RUD_BRNG_MRG32K3A, false, true, 24},
     {"mcg59", RUD_BRNG_MCG59, true, true, 8},
+    {"ars5", RUD_BRNG_ARS5, false, true, 32},
+    {"philox4x32x10", RUD_BRNG_PHILOX4X32X10, false, true, 32},
 };
 const unsigned int kSeeds[6] = {20240611u, 7u, 99u, 5u, 4000000000u, 3u};
 
