@@ -155,6 +155,63 @@ def mrg32k3a(seeds, count, skip=0):
     return out
 
 
+# ---- MT19937: the Mersenne twister of period 2^19937 - 1 ---------------------------------------
+def mt_array_seed(key, n_words=624):
+    """Array seeding; a key of no words stands for the one word 1."""
+    key = list(key) if key else [1]
+    mt = [19650218]
+    for i in range(1, n_words):
+        mt.append((1812433253 * (mt[-1] ^ (mt[-1] >> 30)) + i) & MASK32)
+    i, j = 1, 0
+    for _ in range(max(n_words, len(key))):
+        prev = mt[i - 1]
+        mt[i] = ((mt[i] ^ ((prev ^ (prev >> 30)) * 1664525)) + key[j] + j) & MASK32
+        i, j = i + 1, j + 1
+        if i >= n_words:
+            mt[0], i = mt[n_words - 1], 1
+        if j >= len(key):
+            j = 0
+    for _ in range(n_words - 1):
+        prev = mt[i - 1]
+        mt[i] = ((mt[i] ^ ((prev ^ (prev >> 30)) * 1566083941)) - i) & MASK32
+        i += 1
+        if i >= n_words:
+            mt[0], i = mt[n_words - 1], 1
+    mt[0] = 0x80000000
+    return mt
+
+
+def mt19937_raw(seeds, count, skip=0):
+    """Untempered sequence x(624), x(625), ... after skipping `skip` words: the recurrence
+    x(k+624) = x(k+397) xor A((x(k) upper bit) | (x(k+1) lower 31 bits)) kept in a list."""
+    x = mt_array_seed(seeds)
+    out = []
+    k = 0
+    while len(out) < skip + count:
+        y = (x[k] & 0x80000000) | (x[k + 1] & 0x7FFFFFFF)
+        x.append(x[k + 397] ^ (y >> 1) ^ (0x9908B0DF if y & 1 else 0))
+        if len(out) >= skip:
+            out.append(x[-1])
+        else:
+            out.append(None)
+        k += 1
+        if k > 4096:
+            del x[:k]
+            k = 0
+    return out[skip:]
+
+
+def mt_temper(y):
+    y ^= y >> 11
+    y ^= (y << 7) & 0x9D2C5680
+    y ^= (y << 15) & 0xEFC60000
+    return (y ^ (y >> 18)) & MASK32
+
+
+def mt19937(seeds, count, skip=0):
+    return [mt_temper(y) for y in mt19937_raw(seeds, count, skip)]
+
+
 # ---- inputs ----------------------------------------------------------------------------------
 def pi_words(count):
     """The fractional hexadecimal digits of pi as 32-bit words (Machin's formula)."""
@@ -280,5 +337,35 @@ def main():
     return 0
 
 
+def twisters_main():
+    out = sys.stdout
+    out.write("# Known answers of the Mersenne twisters.\n")
+    out.write("# Written by tools/gen_rng_kat.py, an independent reference; regenerate with\n")
+    out.write("#   python3 tools/gen_rng_kat.py twisters > tests/data/kat/twister_generators.txt\n")
+
+    def line(gen, kind, seeds, params, expected):
+        seeds_text = "-" if not seeds else ",".join(f"{w:x}" for w in seeds)
+        p = " ".join(f"{k}={v}" for k, v in params)
+        out.write(f"{gen} {kind} seeds={seeds_text} {p} : {expected}\n")
+
+    pi = pi_words(700)
+    # The published test key of the array seeding, a key of no words (the word 1), the usual
+    # single seed 5489 (through the array procedure), and keys of 623 to 625 words.
+    for s in ([0x123, 0x234, 0x345, 0x456], [], [1], [5489], pi[:1], pi[:623], pi[:624],
+              pi[:625], pi[:700]):
+        line("mt19937", "words", s, [("count", 8)], hexw(mt19937(s, 8), 8))
+    line("mt19937", "words", pi[:2], [("count", 1300)], hexw(mt19937(pi[:2], 1300), 8))
+    for nskip in (1, 623, 624, 625, 1000, 0xFFFFF, 0x100000, 3000000):
+        line("mt19937", "skip", pi[:4], [("nskip", nskip), ("count", 6)],
+             hexw(mt19937(pi[:4], 6, skip=nskip), 8))
+    for a, b in ((0.0, 1.0), (-3.5, 7.25)):
+        vals = [a + float(x) * ((b - a) * 2.0**-32) for x in mt19937(pi[:1], 8)]
+        line("mt19937", "uniform", pi[:1], [("a", f"{dbits(a):x}"), ("b", f"{dbits(b):x}"),
+                                            ("count", 8)], hexw([dbits(v) for v in vals], 16))
+    n = 10**6
+    line("mt19937", "digest", pi[:4], [("count", n)], f"{fnv_words(mt19937(pi[:4], n)):016x}")
+    return 0
+
+
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(twisters_main() if sys.argv[1:] == ["twisters"] else main())

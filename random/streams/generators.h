@@ -22,6 +22,7 @@ TVX_RUD_GENERATOR(mcg59)
 TVX_RUD_GENERATOR(nondeterm)
 TVX_RUD_GENERATOR(ars5)
 TVX_RUD_GENERATOR(philox)
+TVX_RUD_GENERATOR(mt19937)
 #undef TVX_RUD_GENERATOR
 
 // Argument test shared by the block entry points.

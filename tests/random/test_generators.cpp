@@ -20,6 +20,7 @@ const std::vector<Kat>& kats() {
   static const std::vector<Kat> k = [] {
     std::vector<Kat> all = read_kats(TVX_KAT_DIR "/basic_generators.txt");
     for (Kat& c : read_kats(TVX_KAT_DIR "/counter_generators.txt")) all.push_back(c);
+    for (Kat& c : read_kats(TVX_KAT_DIR "/twister_generators.txt")) all.push_back(c);
     return all;
   }();
   return k;
@@ -134,7 +135,7 @@ TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
       ++checked;
     }
   }
-  EXPECT_EQ(checked, 28);
+  EXPECT_EQ(checked, 32);
 }
 
 // Blocks that end one word short of, on, and one past a lane step must not write past n, and
@@ -142,7 +143,7 @@ TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
 TEST_P(Generators, BlocksWriteExactlyTheirWords) {
   const Copy& c = GetParam();
   for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59,
-                   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5, RUD_BRNG_NONDETERM}) {
+                   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5, RUD_BRNG_NONDETERM, RUD_BRNG_MT19937}) {
     SCOPED_TRACE(brng);
     if (brng == RUD_BRNG_NONDETERM && rud::probes::rdrand_supported() == 0) continue;
     for (int n : {0, 1, 3, 15, 16, 17, 31, 32, 33, 47, 64, 65, 127, 128, 129, 250, 251, 1000}) {
@@ -180,10 +181,13 @@ TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
     double scale;
     bool centred;  // m + y s with y the signed word and m the middle of the interval
   };
-  const Case cases[] = {
-      {RUD_BRNG_MCG31, 0x1.0000000200000p-31, false}, {RUD_BRNG_R250, 0x1p-32, false},
-      {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0, false}, {RUD_BRNG_MCG59, 0x1p-59, false},
-      {RUD_BRNG_PHILOX4X32X10, 0x1p-32, true},        {RUD_BRNG_ARS5, 0x1p-32, true}};
+  const Case cases[] = {{RUD_BRNG_MCG31, 0x1.0000000200000p-31, false},
+                        {RUD_BRNG_R250, 0x1p-32, false},
+                        {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0, false},
+                        {RUD_BRNG_MCG59, 0x1p-59, false},
+                        {RUD_BRNG_PHILOX4X32X10, 0x1p-32, true},
+                        {RUD_BRNG_ARS5, 0x1p-32, true},
+                        {RUD_BRNG_MT19937, 0x1p-32, false}};
   const int n = 3001;
   for (const Case& cs : cases) {
     SCOPED_TRACE(cs.brng);
@@ -236,7 +240,7 @@ TEST_P(Generators, Mrg32k3aStandardSeedFirstUniform) {
 // width; a skip of 0 changes nothing.
 TEST_P(Generators, SkipAheadEqualsSteps) {
   const Copy& c = GetParam();
-  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59}) {
+  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59, RUD_BRNG_MT19937}) {
     for (int k : {0, 1, 2, 3, 15, 16, 17, 33, 1000, 65537}) {
       SCOPED_TRACE(std::to_string(brng) + " skip " + std::to_string(k));
       Stream skipped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u}),
@@ -250,6 +254,30 @@ TEST_P(Generators, SkipAheadEqualsSteps) {
       EXPECT_EQ(skipped.words(100), stepped.words(100));
     }
   }
+}
+
+// The twister's jump (above 0xFFFFF words) lands where stepping does, from a full buffer and from
+// a partly used one, at either side of the threshold; two jumps compose.
+TEST_P(Generators, TwisterJumpEqualsSteps) {
+  const Copy& c = GetParam();
+  const std::vector<std::uint32_t> seeds = {0xC0FFEEu, 7u};
+  for (int drawn : {0, 1, 5, 623, 624, 1000}) {
+    for (long long k : {0xFFFFFll, 0x100000ll, 0x100001ll, 3000000ll}) {
+      SCOPED_TRACE(std::to_string(drawn) + " then " + std::to_string(k));
+      Stream skipped(c, RUD_BRNG_MT19937, seeds), stepped(c, RUD_BRNG_MT19937, seeds);
+      skipped.words(drawn);
+      stepped.words(drawn + static_cast<int>(k));
+      ASSERT_EQ(c.skip(skipped.get(), k), 0);
+      EXPECT_EQ(skipped.words(1300), stepped.words(1300));
+    }
+  }
+  // 10^15 + 2 x 10^6 + 3 in one jump, or as 10^15 and then 2 x 10^6 + 3 words more.
+  Stream once(c, RUD_BRNG_MT19937, seeds), twice(c, RUD_BRNG_MT19937, seeds);
+  ASSERT_EQ(c.skip(once.get(), 1000000000000000ll + 2000003ll), 0);
+  ASSERT_EQ(c.skip(twice.get(), 1000000000000000ll), 0);
+  ASSERT_EQ(c.skip(twice.get(), 2000000ll), 0);
+  twice.words(3);
+  EXPECT_EQ(once.words(700), twice.words(700));
 }
 
 // Counter generators: a skip from any place inside a block (0 to 4 words left of it) lands where
@@ -377,8 +405,8 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   Stream r250(c, RUD_BRNG_R250, {1u}), mrg(c, RUD_BRNG_MRG32K3A, {1u});
   Stream m31(c, RUD_BRNG_MCG31, {1u}), m59(c, RUD_BRNG_MCG59, {1u});
   Stream philox(c, RUD_BRNG_PHILOX4X32X10, {1u}), ars(c, RUD_BRNG_ARS5, {1u});
-  Stream hw(c, RUD_BRNG_NONDETERM, {1u});
-  for (Stream* s : {&philox, &ars, &hw}) {
+  Stream hw(c, RUD_BRNG_NONDETERM, {1u}), mt(c, RUD_BRNG_MT19937, {1u});
+  for (Stream* s : {&philox, &ars, &hw, &mt}) {
     EXPECT_EQ(c.leapfrog(s->get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   }
   EXPECT_EQ(c.skip(hw.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
@@ -386,11 +414,11 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   EXPECT_EQ(c.skip(r250.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
   EXPECT_EQ(c.leapfrog(mrg.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   const std::uint64_t one = 1;
-  for (Stream* s : {&r250, &m31, &m59, &hw}) {
+  for (Stream* s : {&r250, &m31, &m59, &hw, &mt}) {
     EXPECT_EQ(s->row().InitStream(RUD_INIT_SKIPAHEADEX, s->get(), 1, &one),
               RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
   }
-  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw}) {
+  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw, &mt}) {
     const auto before = s->state_bytes();
     EXPECT_EQ(s->row().InitStream(4, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
     EXPECT_EQ(s->row().InitStream(-1, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);

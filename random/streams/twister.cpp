@@ -1,0 +1,353 @@
+// Mersenne twister MT19937: array seeding, blocks made from a buffer of 624 words regenerated in
+// place with vector lanes, and skip-ahead by stepping for short counts and by a polynomial jump
+// over the two-element field for long ones. Compiled once per instruction-set variant; every copy
+// produces the same words for every cut of the calls.
+#include <cstring>
+
+#include "random/streams/generators.h"
+#include "random/streams/lanes.h"
+#include "runtime/memory.h"
+
+namespace tvx::TVX_VNS::gen {
+namespace {
+
+#include "random/streams/twister_polys.inc"
+
+constexpr int kN = 624;
+constexpr int kM = 397;
+constexpr std::uint32_t kUpper = 0x80000000u;
+constexpr std::uint32_t kMatrix = 0x9908B0DFu;
+constexpr std::uint64_t kStepLimit = 0xFFFFF;  // up to here a skip steps; above it jumps
+
+struct MtState {
+  std::uint32_t mt[kN];
+  std::uint32_t mti;  // next word of the buffer; kN means it is used up
+};
+static_assert(sizeof(MtState) + rud::kHeaderBytes <= 2520, "catalogue size of the MT19937 record");
+
+// Vector of lanes::kW32 words in GCC's generic form: the operations below are exact, so every
+// variant computes the same words, only the width differs.
+constexpr int kW = lanes::kW32;
+typedef std::uint32_t VU __attribute__((vector_size(4 * kW)));
+
+inline VU vload(const std::uint32_t* p) {
+  VU v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void vstore(std::uint32_t* p, VU v) {
+  std::memcpy(p, &v, sizeof v);
+}
+
+// One new word from the oldest (x), the next (x1) and the middle (xm) words.
+template <std::uint32_t Upper, class T>
+inline T twist(T x, T x1, T xm, std::uint32_t matrix) {
+  const T y = (x & Upper) | (x1 & ~Upper);
+  return xm ^ (y >> 1) ^ ((T{} - (y & 1)) & matrix);
+}
+
+// Regenerates a buffer of N words in place. The new word k needs the old words k and k + 1 and
+// word k + M, which is old for k < N - M and already new above; the two seams and the last word
+// (which wraps to the new word 0) go word by word.
+template <int N, int M, std::uint32_t Upper>
+void regenerate(std::uint32_t* mt, std::uint32_t matrix) {
+  int k = 0;
+  for (; k + kW <= N - M; k += kW) {
+    vstore(mt + k, twist<Upper>(vload(mt + k), vload(mt + k + 1), vload(mt + k + M), matrix));
+  }
+  for (; k < N - M; ++k) mt[k] = twist<Upper>(mt[k], mt[k + 1], mt[k + M], matrix);
+  for (; k + kW <= N - 1; k += kW) {
+    vstore(mt + k, twist<Upper>(vload(mt + k), vload(mt + k + 1), vload(mt + k + M - N), matrix));
+  }
+  for (; k < N - 1; ++k) mt[k] = twist<Upper>(mt[k], mt[k + 1], mt[k + M - N], matrix);
+  mt[N - 1] = twist<Upper>(mt[N - 1], mt[0], mt[M - 1], matrix);
+}
+
+inline std::uint32_t temper(std::uint32_t y) {
+  y ^= y >> 11;
+  y ^= (y << 7) & 0x9D2C5680u;
+  y ^= (y << 15) & 0xEFC60000u;
+  return y ^ (y >> 18);
+}
+
+// Writes the next m words, tempered, regenerating the buffer as it runs out.
+void mt_words(MtState& st, int m, std::uint32_t* out) {
+  while (m > 0) {
+    if (st.mti >= kN) {
+      regenerate<kN, kM, kUpper>(st.mt, kMatrix);
+      st.mti = 0;
+    }
+    const int take = std::min(m, kN - static_cast<int>(st.mti));
+    const std::uint32_t* src = st.mt + st.mti;
+    int j = 0;
+    for (; j + kW <= take; j += kW) {
+      VU y = vload(src + j);
+      y ^= y >> 11;
+      y ^= (y << 7) & 0x9D2C5680u;
+      y ^= (y << 15) & 0xEFC60000u;
+      vstore(out + j, y ^ (y >> 18));
+    }
+    for (; j < take; ++j) out[j] = temper(src[j]);
+    st.mti += static_cast<std::uint32_t>(take);
+    out += take;
+    m -= take;
+  }
+}
+
+// Array seeding of a buffer of N words; a key of no words stands for the one word 1.
+template <int N>
+void array_seed(std::uint32_t* mt, int n, const void* params) {
+  static const std::uint32_t kOne = 1;
+  const auto* key = static_cast<const unsigned char*>(n >= 1 ? params : &kOne);
+  const int len = n >= 1 ? n : 1;
+  mt[0] = 19650218u;
+  for (int i = 1; i < N; ++i) {
+    mt[i] = 1812433253u * (mt[i - 1] ^ (mt[i - 1] >> 30)) + static_cast<std::uint32_t>(i);
+  }
+  int i = 1, j = 0;
+  for (int c = std::max(N, len); c > 0; --c) {
+    mt[i] = (mt[i] ^ ((mt[i - 1] ^ (mt[i - 1] >> 30)) * 1664525u)) + read_u32(key + 4 * j) +
+            static_cast<std::uint32_t>(j);
+    if (++i >= N) {
+      mt[0] = mt[N - 1];
+      i = 1;
+    }
+    if (++j >= len) j = 0;
+  }
+  for (int c = N - 1; c > 0; --c) {
+    mt[i] =
+        (mt[i] ^ ((mt[i - 1] ^ (mt[i - 1] >> 30)) * 1566083941u)) - static_cast<std::uint32_t>(i);
+    if (++i >= N) {
+      mt[0] = mt[N - 1];
+      i = 1;
+    }
+  }
+  mt[0] = 0x80000000u;
+}
+
+// ---- Polynomials over the two-element field -------------------------------------------------
+// A polynomial of degree below D is a bit array, bit e the coefficient of x^e. The modulus f is
+// sparse: the exponents of its terms, ascending, the last being D.
+struct Modulus {
+  const std::uint32_t* terms;
+  int nterms;
+  int degree() const { return static_cast<int>(terms[nterms - 1]); }
+  int words() const { return (degree() + 63) / 64; }
+};
+
+inline std::uint64_t get_bits(const std::uint64_t* a, int pos, int width) {
+  const int w = pos >> 6, sh = pos & 63;
+  std::uint64_t v = a[w] >> sh;
+  if (sh != 0 && sh + width > 64) v |= a[w + 1] << (64 - sh);
+  return width == 64 ? v : v & ((std::uint64_t{1} << width) - 1);
+}
+inline void xor_bits(std::uint64_t* a, int pos, std::uint64_t v, int width) {
+  const int w = pos >> 6, sh = pos & 63;
+  a[w] ^= v << sh;
+  if (sh != 0 && sh + width > 64) a[w + 1] ^= v >> (64 - sh);
+}
+
+// Reduces the polynomial in `a` (bits below `top`) mod f, a chunk of high coefficients at a time:
+// x^D = r(x), r being f without its top term, moves a chunk down by D - t for each term t of r.
+// A chunk is no wider than D minus the degree of r, so what it adds lies below it.
+void reduce(std::uint64_t* a, int top, const Modulus& f) {
+  const int d = f.degree();
+  const int chunk = std::min(64, d - static_cast<int>(f.terms[f.nterms - 2]));
+  for (int p = top; p > d;) {
+    const int lo = std::max(d, p - chunk);
+    const int width = p - lo;
+    const std::uint64_t v = get_bits(a, lo, width);
+    p = lo;
+    if (v == 0) continue;
+    xor_bits(a, lo, v, width);
+    for (int i = 0; i + 1 < f.nterms; ++i) {
+      xor_bits(a, lo - d + static_cast<int>(f.terms[i]), v, width);
+    }
+  }
+}
+
+// Bits of a 16-bit value spread to the even positions of 32: squaring over the field.
+constexpr std::uint32_t spread16(std::uint32_t x) {
+  std::uint32_t r = 0;
+  for (int i = 0; i < 16; ++i) r |= ((x >> i) & 1u) << (2 * i);
+  return r;
+}
+inline std::uint64_t spread32(std::uint32_t x) {
+  return spread16(x & 0xFFFFu) | (std::uint64_t{spread16(x >> 16)} << 32);
+}
+
+// g = x^e mod f, from the exponent's top bit down; `g` has f.words() words, `work` 2 f.words() + 1.
+void power_of_x(std::uint64_t e, const Modulus& f, std::uint64_t* g, std::uint64_t* work) {
+  const int nw = f.words(), d = f.degree();
+  std::memset(g, 0, sizeof(std::uint64_t) * static_cast<std::size_t>(nw));
+  g[0] = 1;
+  for (int bit = 63 - __builtin_clzll(e); bit >= 0; --bit) {
+    std::memset(work, 0, sizeof(std::uint64_t) * static_cast<std::size_t>(2 * nw + 1));
+    for (int i = 0; i < nw; ++i) {
+      work[2 * i] = spread32(static_cast<std::uint32_t>(g[i]));
+      work[2 * i + 1] = spread32(static_cast<std::uint32_t>(g[i] >> 32));
+    }
+    if ((e >> bit) & 1) {  // times x
+      for (int i = 2 * nw; i > 0; --i) work[i] = (work[i] << 1) | (work[i - 1] >> 63);
+      work[0] <<= 1;
+    }
+    reduce(work, 2 * d, f);
+    std::memcpy(g, work, sizeof(std::uint64_t) * static_cast<std::size_t>(nw));
+  }
+}
+
+// ---- Jump -----------------------------------------------------------------------------------
+// The state after n steps is g(T) applied to the state, T the one-word step and g = x^n mod f.
+// Horner's rule from the top coefficient, 7 at a time: step the accumulator 7 places and add the
+// combination of the state stepped 0 to 6 places that the 7 coefficients select (a table of 128
+// such combinations, built per call). The accumulator is a circular buffer whose oldest word sits
+// at `pos`; table entries are kept in plain order.
+constexpr int kWindow = 7;
+
+template <int N, int M, std::uint32_t Upper>
+struct Circular {
+  std::uint32_t* w;
+  int pos;
+  std::uint32_t matrix;
+  void step() {
+    const int p1 = pos + 1 == N ? 0 : pos + 1;
+    const int pm = pos + M >= N ? pos + M - N : pos + M;
+    w[pos] = twist<Upper>(w[pos], w[p1], w[pm], matrix);
+    pos = p1;
+  }
+  // this += e, e in plain order
+  void add(const std::uint32_t* e) {
+    const int first = N - pos;
+    for (int k = 0; k < first; ++k) w[pos + k] ^= e[k];
+    for (int k = first; k < N; ++k) w[k - first] ^= e[k];
+  }
+  void copy_out(std::uint32_t* dst) const {
+    std::memcpy(dst, w + pos, sizeof(std::uint32_t) * static_cast<std::size_t>(N - pos));
+    std::memcpy(dst + (N - pos), w, sizeof(std::uint32_t) * static_cast<std::size_t>(pos));
+  }
+};
+
+// Moves the buffer `mt` (a full window of N words, next word to be regenerated) on by n words.
+// Returns RUD_ERROR_MEM_FAILURE, with `mt` untouched, when the working memory isn't there.
+template <int N, int M, std::uint32_t Upper>
+int jump(std::uint32_t* mt, std::uint32_t matrix, std::uint64_t n, const Modulus& f) {
+  using C = Circular<N, M, Upper>;
+  const int nw = f.words();
+  const std::size_t table_words = std::size_t{1} << kWindow;
+  const std::size_t bytes = sizeof(std::uint64_t) * static_cast<std::size_t>(3 * nw + 1) +
+                            sizeof(std::uint32_t) * static_cast<std::size_t>(N) * (table_words + 1);
+  auto* mem = static_cast<unsigned char*>(tvx_malloc(bytes, 64));
+  if (mem == nullptr) return RUD_ERROR_MEM_FAILURE;
+  auto* g = reinterpret_cast<std::uint64_t*>(mem);
+  std::uint64_t* work = g + nw;
+  auto* table = reinterpret_cast<std::uint32_t*>(work + 2 * nw + 1);
+  std::uint32_t* acc_words = table + static_cast<std::size_t>(N) * table_words;
+
+  power_of_x(n, f, g, work);
+
+  // table[p] = sum over set bits j of p of T^j (state).
+  C walker{acc_words, 0, matrix};
+  std::memcpy(acc_words, mt, sizeof(std::uint32_t) * N);
+  std::memset(table, 0, sizeof(std::uint32_t) * N);
+  for (int j = 0; j < kWindow; ++j) {
+    std::uint32_t* base = table + static_cast<std::size_t>(N) * (std::size_t{1} << j);
+    walker.copy_out(base);
+    for (std::size_t p = (std::size_t{1} << j) + 1; p < (std::size_t{2} << j); ++p) {
+      std::uint32_t* e = table + static_cast<std::size_t>(N) * p;
+      const std::uint32_t* low = table + static_cast<std::size_t>(N) * (p - (std::size_t{1} << j));
+      for (int k = 0; k < N; ++k) e[k] = base[k] ^ low[k];
+    }
+    walker.step();
+  }
+
+  C acc{acc_words, 0, matrix};
+  std::memset(acc_words, 0, sizeof(std::uint32_t) * N);
+  const int d = f.degree();
+  int bit = d - 1;
+  for (; bit + 1 >= kWindow; bit -= kWindow) {
+    for (int s = 0; s < kWindow; ++s) acc.step();
+    const std::uint64_t p = get_bits(g, bit + 1 - kWindow, kWindow);
+    if (p != 0) acc.add(table + static_cast<std::size_t>(N) * p);
+  }
+  for (; bit >= 0; --bit) {
+    acc.step();
+    if ((g[bit >> 6] >> (bit & 63)) & 1) acc.add(table + N);
+  }
+  acc.copy_out(mt);
+  tvx_free(mem);
+  return RUD_STATUS_OK;
+}
+
+// Skip by n words: the rest of the buffer first; then whole buffers regenerated without
+// tempering while n is small, else the jump.
+int mt_skip(MtState& st, std::uint64_t n) {
+  if (n == 0) return RUD_STATUS_OK;
+  if (n <= kStepLimit) {
+    while (n > 0) {
+      if (st.mti >= kN) {
+        regenerate<kN, kM, kUpper>(st.mt, kMatrix);
+        st.mti = 0;
+      }
+      const std::uint64_t take = std::min<std::uint64_t>(n, kN - st.mti);
+      st.mti += static_cast<std::uint32_t>(take);
+      n -= take;
+    }
+    return RUD_STATUS_OK;
+  }
+  // n is above the buffer, so the rest of it is always used up first.
+  const Modulus f{kMt19937Poly, kMt19937Terms};
+  const int status = jump<kN, kM, kUpper>(st.mt, kMatrix, n - (kN - st.mti), f);
+  if (status == RUD_STATUS_OK) st.mti = kN;
+  return status;
+}
+
+}  // namespace
+
+int mt19937_init(int op, RudStreamPtr stream, int n, const void* params) {
+  if (stream == nullptr) return RUD_ERROR_NULL_PTR;
+  MtState& st = *rud::state<MtState>(stream);
+  switch (op) {
+    case RUD_INIT_SEED:
+      if (n >= 1 && params == nullptr) return RUD_ERROR_NULL_PTR;
+      array_seed<kN>(st.mt, n, params);
+      st.mti = kN;
+      return RUD_STATUS_OK;
+    case RUD_INIT_LEAPFROG:
+      return RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED;
+    case RUD_INIT_SKIPAHEAD:
+      if (params == nullptr) return RUD_ERROR_NULL_PTR;
+      return mt_skip(st, read_u64(params));
+    case RUD_INIT_SKIPAHEADEX:
+      return RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED;
+    default:
+      return RUD_ERROR_BAD_OPERATION;
+  }
+}
+
+int mt19937_i(RudStreamPtr stream, int n, unsigned int r[]) {
+  if (const int s = block_args(stream, n, r)) return s;
+  mt_words(*rud::state<MtState>(stream), n, r);
+  return RUD_STATUS_OK;
+}
+
+int mt19937_d(RudStreamPtr stream, int n, double r[], double a, double b) {
+  if (const int s = block_args(stream, n, r)) return s;
+  MtState& st = *rud::state<MtState>(stream);
+  const double scale = (b - a) * 0x1p-32;
+  uniforms<std::uint32_t>(
+      n, r, [&](int m, std::uint32_t* w) { mt_words(st, m, w); },
+      [=](std::uint32_t y) { return a + static_cast<double>(y) * scale; });
+  return RUD_STATUS_OK;
+}
+
+int mt19937_s(RudStreamPtr stream, int n, float r[], float a, float b) {
+  if (const int s = block_args(stream, n, r)) return s;
+  MtState& st = *rud::state<MtState>(stream);
+  const double da = a, scale = (static_cast<double>(b) - da) * 0x1p-32;
+  uniforms<std::uint32_t>(
+      n, r, [&](int m, std::uint32_t* w) { mt_words(st, m, w); },
+      [=](std::uint32_t y) { return static_cast<float>(da + static_cast<double>(y) * scale); });
+  return RUD_STATUS_OK;
+}
+
+}  // namespace tvx::TVX_VNS::gen
