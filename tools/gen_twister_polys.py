@@ -7,6 +7,11 @@ irreducible of degree 19937, so the minimal polynomial of any non-zero bit seque
 characteristic polynomial. The Berlekamp-Massey algorithm finds it from 2 x 19937 bits of output
 (here the lowest bit of each word of the reference sequence in tools/gen_rng_kat.py).
 
+SFMT19937 steps a block of 128 bits at a time; its transition has a characteristic polynomial of
+degree 19968 (the primitive factor of degree 19937 times a small one). The lowest bit of the first
+word of each block has the whole polynomial as its minimal polynomial, which the length of the
+recurrence found confirms.
+
 The result is written as a C++ include of the exponents of the non-zero terms, ascending:
 
     python3 tools/gen_twister_polys.py > random/streams/twister_polys.inc
@@ -64,7 +69,11 @@ def main():
             out.write("    " + " ".join(f"{t}u," for t in terms[i:i + 8]) + "\n")
         out.write("};\n")
 
+    blocks = 2 * 19968 + 64
+    words = ref.sfmt19937([0x1234, 0x5678, 0x9ABC, 0xDEF0], 4 * blocks)
+    sfmt = characteristic_terms([words[4 * i] & 1 for i in range(blocks)], 19968)
     table("Mt19937", mt)
+    table("Sfmt19937", sfmt)
     sys.stderr.write(f"polynomials in {time.time() - start:.1f} s\n")
     return 0
 

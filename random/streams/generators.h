@@ -23,6 +23,7 @@ TVX_RUD_GENERATOR(nondeterm)
 TVX_RUD_GENERATOR(ars5)
 TVX_RUD_GENERATOR(philox)
 TVX_RUD_GENERATOR(mt19937)
+TVX_RUD_GENERATOR(sfmt)
 #undef TVX_RUD_GENERATOR
 
 // Argument test shared by the block entry points.

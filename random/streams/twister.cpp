@@ -1,7 +1,9 @@
-// Mersenne twister MT19937: array seeding, blocks made from a buffer of 624 words regenerated in
+// Mersenne twisters MT19937 and SFMT19937: array seeding, blocks made from a buffer regenerated in
 // place with vector lanes, and skip-ahead by stepping for short counts and by a polynomial jump
 // over the two-element field for long ones. Compiled once per instruction-set variant; every copy
 // produces the same words for every cut of the calls.
+#include <emmintrin.h>
+
 #include <cstring>
 
 #include "random/streams/generators.h"
@@ -197,86 +199,109 @@ void power_of_x(std::uint64_t e, const Modulus& f, std::uint64_t* g, std::uint64
 }
 
 // ---- Jump -----------------------------------------------------------------------------------
-// The state after n steps is g(T) applied to the state, T the one-word step and g = x^n mod f.
-// Horner's rule from the top coefficient, 7 at a time: step the accumulator 7 places and add the
-// combination of the state stepped 0 to 6 places that the 7 coefficients select (a table of 128
-// such combinations, built per call). The accumulator is a circular buffer whose oldest word sits
-// at `pos`; table entries are kept in plain order.
+// The state after q steps is g(T) applied to the state, T the generator's step and g = x^q mod f.
+// Horner's rule from the top coefficient: step the accumulator and add the state where the
+// coefficient is set; windowed, 7 coefficients at a time: step the accumulator 7 places and add
+// the combination of the state stepped 0 to 6 places that they select (a table of 128 such
+// combinations, built per call). The accumulator is a circular buffer of units (words or blocks)
+// whose oldest unit sits at `pos`; the state and the table entries are kept in plain order.
+//
+// G supplies kUnits, kUnitWords and step(words, pos), which overwrites the oldest unit with the
+// new one.
 constexpr int kWindow = 7;
 
-template <int N, int M, std::uint32_t Upper>
+template <class G>
 struct Circular {
+  static constexpr int kWords = G::kUnits * G::kUnitWords;
   std::uint32_t* w;
   int pos;
-  std::uint32_t matrix;
+  const G& gen;
   void step() {
-    const int p1 = pos + 1 == N ? 0 : pos + 1;
-    const int pm = pos + M >= N ? pos + M - N : pos + M;
-    w[pos] = twist<Upper>(w[pos], w[p1], w[pm], matrix);
-    pos = p1;
+    gen.step(w, pos);
+    pos = pos + 1 == G::kUnits ? 0 : pos + 1;
   }
   // this += e, e in plain order
   void add(const std::uint32_t* e) {
-    const int first = N - pos;
-    for (int k = 0; k < first; ++k) w[pos + k] ^= e[k];
-    for (int k = first; k < N; ++k) w[k - first] ^= e[k];
+    const int first = kWords - pos * G::kUnitWords;
+    std::uint32_t* head = w + pos * G::kUnitWords;
+    for (int k = 0; k < first; ++k) head[k] ^= e[k];
+    for (int k = first; k < kWords; ++k) w[k - first] ^= e[k];
   }
   void copy_out(std::uint32_t* dst) const {
-    std::memcpy(dst, w + pos, sizeof(std::uint32_t) * static_cast<std::size_t>(N - pos));
-    std::memcpy(dst + (N - pos), w, sizeof(std::uint32_t) * static_cast<std::size_t>(pos));
+    const int first = kWords - pos * G::kUnitWords;
+    std::memcpy(dst, w + pos * G::kUnitWords, sizeof(std::uint32_t) * first);
+    std::memcpy(dst + first, w, sizeof(std::uint32_t) * (kWords - first));
   }
 };
 
-// Moves the buffer `mt` (a full window of N words, next word to be regenerated) on by n words.
-// Returns RUD_ERROR_MEM_FAILURE, with `mt` untouched, when the working memory isn't there.
-template <int N, int M, std::uint32_t Upper>
-int jump(std::uint32_t* mt, std::uint32_t matrix, std::uint64_t n, const Modulus& f) {
-  using C = Circular<N, M, Upper>;
+// Moves the buffer `state` (all units, the next one still to be made) on by q steps; with
+// `windowed` false the plain Horner rule is used and no table is built. Returns
+// RUD_ERROR_MEM_FAILURE, with `state` untouched, when the working memory isn't there.
+template <class G>
+int jump(const G& gen, std::uint32_t* state, std::uint64_t q, const Modulus& f, bool windowed) {
+  using C = Circular<G>;
+  constexpr std::size_t kWords = C::kWords;
+  if (q == 0) return RUD_STATUS_OK;
   const int nw = f.words();
-  const std::size_t table_words = std::size_t{1} << kWindow;
+  const std::size_t entries = windowed ? std::size_t{1} << kWindow : 0;
   const std::size_t bytes = sizeof(std::uint64_t) * static_cast<std::size_t>(3 * nw + 1) +
-                            sizeof(std::uint32_t) * static_cast<std::size_t>(N) * (table_words + 1);
+                            sizeof(std::uint32_t) * kWords * (entries + 1);
   auto* mem = static_cast<unsigned char*>(tvx_malloc(bytes, 64));
   if (mem == nullptr) return RUD_ERROR_MEM_FAILURE;
   auto* g = reinterpret_cast<std::uint64_t*>(mem);
   std::uint64_t* work = g + nw;
   auto* table = reinterpret_cast<std::uint32_t*>(work + 2 * nw + 1);
-  std::uint32_t* acc_words = table + static_cast<std::size_t>(N) * table_words;
+  std::uint32_t* acc_words = table + kWords * entries;
 
-  power_of_x(n, f, g, work);
+  power_of_x(q, f, g, work);
 
-  // table[p] = sum over set bits j of p of T^j (state).
-  C walker{acc_words, 0, matrix};
-  std::memcpy(acc_words, mt, sizeof(std::uint32_t) * N);
-  std::memset(table, 0, sizeof(std::uint32_t) * N);
-  for (int j = 0; j < kWindow; ++j) {
-    std::uint32_t* base = table + static_cast<std::size_t>(N) * (std::size_t{1} << j);
-    walker.copy_out(base);
-    for (std::size_t p = (std::size_t{1} << j) + 1; p < (std::size_t{2} << j); ++p) {
-      std::uint32_t* e = table + static_cast<std::size_t>(N) * p;
-      const std::uint32_t* low = table + static_cast<std::size_t>(N) * (p - (std::size_t{1} << j));
-      for (int k = 0; k < N; ++k) e[k] = base[k] ^ low[k];
+  if (windowed) {  // table[p] = sum over set bits j of p of T^j (state)
+    C walker{acc_words, 0, gen};
+    std::memcpy(acc_words, state, sizeof(std::uint32_t) * kWords);
+    std::memset(table, 0, sizeof(std::uint32_t) * kWords);
+    for (int j = 0; j < kWindow; ++j) {
+      std::uint32_t* base = table + kWords * (std::size_t{1} << j);
+      walker.copy_out(base);
+      for (std::size_t p = (std::size_t{1} << j) + 1; p < (std::size_t{2} << j); ++p) {
+        std::uint32_t* e = table + kWords * p;
+        const std::uint32_t* low = table + kWords * (p - (std::size_t{1} << j));
+        for (std::size_t k = 0; k < kWords; ++k) e[k] = base[k] ^ low[k];
+      }
+      walker.step();
     }
-    walker.step();
   }
 
-  C acc{acc_words, 0, matrix};
-  std::memset(acc_words, 0, sizeof(std::uint32_t) * N);
-  const int d = f.degree();
-  int bit = d - 1;
-  for (; bit + 1 >= kWindow; bit -= kWindow) {
-    for (int s = 0; s < kWindow; ++s) acc.step();
-    const std::uint64_t p = get_bits(g, bit + 1 - kWindow, kWindow);
-    if (p != 0) acc.add(table + static_cast<std::size_t>(N) * p);
+  // The accumulator is zero until the top set coefficient of g: start there.
+  int bit = f.degree() - 1;
+  while (bit >= 0 && ((g[bit >> 6] >> (bit & 63)) & 1) == 0) --bit;
+  C acc{acc_words, 0, gen};
+  std::memset(acc_words, 0, sizeof(std::uint32_t) * kWords);
+  if (windowed) {
+    for (; bit + 1 >= kWindow; bit -= kWindow) {
+      for (int s = 0; s < kWindow; ++s) acc.step();
+      const std::uint64_t p = get_bits(g, bit + 1 - kWindow, kWindow);
+      if (p != 0) acc.add(table + kWords * p);
+    }
   }
   for (; bit >= 0; --bit) {
     acc.step();
-    if ((g[bit >> 6] >> (bit & 63)) & 1) acc.add(table + N);
+    if ((g[bit >> 6] >> (bit & 63)) & 1) acc.add(windowed ? table + kWords : state);
   }
-  acc.copy_out(mt);
+  acc.copy_out(state);
   tvx_free(mem);
   return RUD_STATUS_OK;
 }
+
+// MT19937 steps one word at a time.
+struct MtStep {
+  static constexpr int kUnits = kN;
+  static constexpr int kUnitWords = 1;
+  void step(std::uint32_t* w, int pos) const {
+    const int p1 = pos + 1 == kN ? 0 : pos + 1;
+    const int pm = pos + kM >= kN ? pos + kM - kN : pos + kM;
+    w[pos] = twist<kUpper>(w[pos], w[p1], w[pm], kMatrix);
+  }
+};
 
 // Skip by n words: the rest of the buffer first; then whole buffers regenerated without
 // tempering while n is small, else the jump.
@@ -296,9 +321,142 @@ int mt_skip(MtState& st, std::uint64_t n) {
   }
   // n is above the buffer, so the rest of it is always used up first.
   const Modulus f{kMt19937Poly, kMt19937Terms};
-  const int status = jump<kN, kM, kUpper>(st.mt, kMatrix, n - (kN - st.mti), f);
+  const int status = jump(MtStep{}, st.mt, n - (kN - st.mti), f, true);
   if (status == RUD_STATUS_OK) st.mti = kN;
   return status;
+}
+
+// ---- SFMT19937 --------------------------------------------------------------------------------
+// 156 blocks of 128 bits; a new block is made from the oldest (a), the one 122 places on (b) and
+// the two newest (c, d): a ^ (a << 8 bits) ^ ((b >> 11 per word) & mask) ^ (c >> 8 bits) ^
+// (d << 18 per word), the 128-bit shifts across the whole block, word 0 lowest.
+constexpr int kSfmtBlocks = 156;
+constexpr int kSfmtWords = 4 * kSfmtBlocks;
+constexpr int kSfmtPos = 122;
+
+struct SfmtState {
+  std::uint32_t sfmt[kSfmtWords];
+  std::uint32_t idx;      // next word of the buffer, always at a block edge; 624: used up
+  std::uint32_t tail[3];  // words of the last block that a call left
+  std::uint32_t tail_pos, tail_end;
+};
+static_assert(sizeof(SfmtState) + rud::kHeaderBytes <= 2536, "catalogue size of the SFMT record");
+
+inline __m128i sfmt_mask() {
+  return _mm_set_epi32(static_cast<int>(0xBFFFFFF6u), static_cast<int>(0xBFFAFFFFu),
+                       static_cast<int>(0xDDFECB7Fu), static_cast<int>(0xDFFFFFEFu));
+}
+inline __m128i sfmt_new(__m128i a, __m128i b, __m128i c, __m128i d, __m128i mask) {
+  const __m128i x = _mm_xor_si128(a, _mm_slli_si128(a, 1));
+  const __m128i y = _mm_xor_si128(_mm_srli_si128(c, 1), _mm_slli_epi32(d, 18));
+  return _mm_xor_si128(_mm_xor_si128(x, y), _mm_and_si128(_mm_srli_epi32(b, 11), mask));
+}
+inline __m128i ld(const std::uint32_t* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+inline void st(std::uint32_t* p, __m128i v) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
+
+// All 156 blocks regenerated in place; the block 122 places on is old up to block 33, new after.
+void sfmt_regenerate(std::uint32_t* s) {
+  const __m128i mask = sfmt_mask();
+  __m128i c = ld(s + 4 * (kSfmtBlocks - 2)), d = ld(s + 4 * (kSfmtBlocks - 1));
+  int i = 0;
+  for (; i < kSfmtBlocks - kSfmtPos; ++i) {
+    const __m128i r = sfmt_new(ld(s + 4 * i), ld(s + 4 * (i + kSfmtPos)), c, d, mask);
+    st(s + 4 * i, r);
+    c = d;
+    d = r;
+  }
+  for (; i < kSfmtBlocks; ++i) {
+    const __m128i r = sfmt_new(ld(s + 4 * i), ld(s + 4 * (i + kSfmtPos - kSfmtBlocks)), c, d, mask);
+    st(s + 4 * i, r);
+    c = d;
+    d = r;
+  }
+}
+
+struct SfmtStep {
+  static constexpr int kUnits = kSfmtBlocks;
+  static constexpr int kUnitWords = 4;
+  void step(std::uint32_t* w, int pos) const {
+    auto at = [&](int k) {
+      return w + 4 * (pos + k >= kSfmtBlocks ? pos + k - kSfmtBlocks : pos + k);
+    };
+    st(w + 4 * pos, sfmt_new(ld(w + 4 * pos), ld(at(kSfmtPos)), ld(at(kSfmtBlocks - 2)),
+                             ld(at(kSfmtBlocks - 1)), sfmt_mask()));
+  }
+};
+
+// Takes the block at idx (regenerating when the buffer is used up) and keeps its words from
+// `from` on in the tail.
+void sfmt_keep_tail(SfmtState& s, int from) {
+  if (s.idx >= kSfmtWords) {
+    sfmt_regenerate(s.sfmt);
+    s.idx = 0;
+  }
+  for (int j = from; j < 4; ++j) s.tail[j - from] = s.sfmt[s.idx + j];
+  s.tail_pos = 0;
+  s.tail_end = static_cast<std::uint32_t>(4 - from);
+  s.idx += 4;
+}
+
+void sfmt_words(SfmtState& s, int m, std::uint32_t* out) {
+  while (m > 0 && s.tail_pos < s.tail_end) {
+    *out++ = s.tail[s.tail_pos++];
+    --m;
+  }
+  while (m >= 4) {
+    if (s.idx >= kSfmtWords) {
+      sfmt_regenerate(s.sfmt);
+      s.idx = 0;
+    }
+    const int take = std::min(m & ~3, kSfmtWords - static_cast<int>(s.idx));
+    std::memcpy(out, s.sfmt + s.idx, sizeof(std::uint32_t) * static_cast<std::size_t>(take));
+    s.idx += static_cast<std::uint32_t>(take);
+    out += take;
+    m -= take;
+  }
+  if (m > 0) {  // part of one more block: the rest of it waits in the tail
+    if (s.idx >= kSfmtWords) {
+      sfmt_regenerate(s.sfmt);
+      s.idx = 0;
+    }
+    for (int j = 0; j < m; ++j) out[j] = s.sfmt[s.idx + j];
+    sfmt_keep_tail(s, m);
+  }
+}
+
+// Skip by n words: the tail first, then the rest of the buffer, then whole blocks by the jump
+// (plain Horner for short counts, windowed above), then a part of a block into the tail.
+constexpr std::uint64_t kSfmtPlainLimit = 19967;
+
+int sfmt_skip(SfmtState& s, std::uint64_t n) {
+  const std::uint64_t from_tail = std::min<std::uint64_t>(n, s.tail_end - s.tail_pos);
+  std::uint64_t rest = n - from_tail;
+  std::uint64_t blocks = 0;
+  std::uint32_t idx = s.idx;
+  if (rest + idx > kSfmtWords) {
+    rest -= kSfmtWords - idx;
+    idx = kSfmtWords;
+    blocks = rest / 4;
+    rest %= 4;
+  } else {
+    idx += static_cast<std::uint32_t>(rest & ~std::uint64_t{3});
+    rest &= 3;
+  }
+  if (blocks > 0) {
+    const Modulus f{kSfmt19937Poly, kSfmt19937Terms};
+    const int status = jump(SfmtStep{}, s.sfmt, blocks, f, n > kSfmtPlainLimit);
+    if (status != RUD_STATUS_OK) return status;
+  }
+  s.tail_pos += static_cast<std::uint32_t>(from_tail);
+  s.idx = idx;
+  if (rest > 0) {
+    sfmt_keep_tail(s, static_cast<int>(rest));
+  }
+  return RUD_STATUS_OK;
 }
 
 }  // namespace
@@ -347,6 +505,99 @@ int mt19937_s(RudStreamPtr stream, int n, float r[], float a, float b) {
   uniforms<std::uint32_t>(
       n, r, [&](int m, std::uint32_t* w) { mt_words(st, m, w); },
       [=](std::uint32_t y) { return static_cast<float>(da + static_cast<double>(y) * scale); });
+  return RUD_STATUS_OK;
+}
+
+}  // namespace tvx::TVX_VNS::gen
+
+namespace tvx::TVX_VNS::gen {
+
+// The SFMT words: array seeding (the one word 1 for an empty key), then period certification.
+int sfmt_init(int op, RudStreamPtr stream, int n, const void* params) {
+  if (stream == nullptr) return RUD_ERROR_NULL_PTR;
+  SfmtState& st = *rud::state<SfmtState>(stream);
+  switch (op) {
+    case RUD_INIT_SEED: {
+      if (n >= 1 && params == nullptr) return RUD_ERROR_NULL_PTR;
+      static const std::uint32_t kOne = 1;
+      const auto* key = static_cast<const unsigned char*>(n >= 1 ? params : &kOne);
+      const int len = n >= 1 ? n : 1;
+      constexpr int kMid = 306, kLag = 11, N = kSfmtWords;
+      std::uint32_t* s = st.sfmt;
+      auto f1 = [](std::uint32_t x) { return (x ^ (x >> 27)) * 1664525u; };
+      auto f2 = [](std::uint32_t x) { return (x ^ (x >> 27)) * 1566083941u; };
+      std::memset(s, 0x8B, sizeof st.sfmt);
+      std::uint32_t r = f1(s[0] ^ s[kMid] ^ s[N - 1]);
+      s[kMid] += r;
+      r += static_cast<std::uint32_t>(len);
+      s[kMid + kLag] += r;
+      s[0] = r;
+      int i = 1;
+      const int count = std::max(len, N - 1);
+      for (int j = 0; j < count; ++j) {
+        r = f1(s[i] ^ s[(i + kMid) % N] ^ s[(i + N - 1) % N]);
+        s[(i + kMid) % N] += r;
+        r += (j < len ? read_u32(key + 4 * j) : 0u) + static_cast<std::uint32_t>(i);
+        s[(i + kMid + kLag) % N] += r;
+        s[i] = r;
+        i = (i + 1) % N;
+      }
+      for (int j = 0; j < N; ++j) {
+        r = f2(s[i] + s[(i + kMid) % N] + s[(i + N - 1) % N]);
+        s[(i + kMid) % N] ^= r;
+        r -= static_cast<std::uint32_t>(i);
+        s[(i + kMid + kLag) % N] ^= r;
+        s[i] = r;
+        i = (i + 1) % N;
+      }
+      st.idx = kSfmtWords;
+      st.tail_pos = st.tail_end = 0;
+      st.tail[0] = st.tail[1] = st.tail[2] = 0;
+      // Period certification against the parity vector (1, 0, 0, 0x13c9e684).
+      if ((__builtin_popcount((s[0] & 1u) ^ (s[3] & 0x13C9E684u)) & 1) == 0) s[0] ^= 1u;
+      return RUD_STATUS_OK;
+    }
+    case RUD_INIT_LEAPFROG:
+      return RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED;
+    case RUD_INIT_SKIPAHEAD:
+      if (params == nullptr) return RUD_ERROR_NULL_PTR;
+      return sfmt_skip(st, read_u64(params));
+    case RUD_INIT_SKIPAHEADEX:
+      return RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED;
+    default:
+      return RUD_ERROR_BAD_OPERATION;
+  }
+}
+
+int sfmt_i(RudStreamPtr stream, int n, unsigned int r[]) {
+  if (const int s = block_args(stream, n, r)) return s;
+  sfmt_words(*rud::state<SfmtState>(stream), n, r);
+  return RUD_STATUS_OK;
+}
+
+// The words are read as signed: m + y s, so word 0 gives the middle of the interval and
+// 0x80000000 its lower end.
+int sfmt_d(RudStreamPtr stream, int n, double r[], double a, double b) {
+  if (const int s = block_args(stream, n, r)) return s;
+  SfmtState& st = *rud::state<SfmtState>(stream);
+  const double m = (a + b) * 0.5, scale = (b - a) * 0x1p-32;
+  uniforms<std::uint32_t>(
+      n, r, [&](int k, std::uint32_t* w) { sfmt_words(st, k, w); },
+      [=](std::uint32_t y) {
+        return m + static_cast<double>(static_cast<std::int32_t>(y)) * scale;
+      });
+  return RUD_STATUS_OK;
+}
+
+int sfmt_s(RudStreamPtr stream, int n, float r[], float a, float b) {
+  if (const int s = block_args(stream, n, r)) return s;
+  SfmtState& st = *rud::state<SfmtState>(stream);
+  const float m = (a + b) * 0.5f, scale = (b - a) * 0x1p-32f;
+  uniforms<std::uint32_t>(
+      n, r, [&](int k, std::uint32_t* w) { sfmt_words(st, k, w); },
+      [=](std::uint32_t y) {
+        return m + static_cast<float>(static_cast<std::int32_t>(y)) * scale;
+      });
   return RUD_STATUS_OK;
 }
 

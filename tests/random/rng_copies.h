@@ -130,6 +130,7 @@ inline int brng_of(const std::string& generator) {
   if (generator == "ars5") return RUD_BRNG_ARS5;
   if (generator == "philox4x32x10") return RUD_BRNG_PHILOX4X32X10;
   if (generator == "mt19937") return RUD_BRNG_MT19937;
+  if (generator == "sfmt19937") return RUD_BRNG_SFMT19937;
   return -1;
 }
 
