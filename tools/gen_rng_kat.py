@@ -212,6 +212,28 @@ def mt19937(seeds, count, skip=0):
     return [mt_temper(y) for y in mt19937_raw(seeds, count, skip)]
 
 
+# ---- MT2203: a set of twisters of period 2^2203 - 1 on 69 words, one twist word per member -------
+MT2203_ROWS = {0: (0xAF81055F, 0xDD7EEF80, 0xEFD78000), 1: (0x832604E1, 0x66AD7F80, 0xEBD58000),
+               2: (0x92F70739, 0x656D7780, 0xEFC50000)}
+
+
+def mt2203(member, seeds, count):
+    aj, bj, cj = MT2203_ROWS[member]
+    x = mt_array_seed(seeds, 69)
+    out = []
+    k = 0
+    while len(out) < count:
+        y = (x[k] & 0xFFFFFFE0) | (x[k + 1] & 0x1F)
+        v = x[k + 34] ^ (y >> 1) ^ (aj if y & 1 else 0)
+        x.append(v)
+        v ^= v >> 12
+        v ^= (v << 7) & bj
+        v ^= (v << 15) & cj
+        out.append((v ^ (v >> 18)) & MASK32)
+        k += 1
+    return out
+
+
 # ---- SFMT19937: the SIMD-oriented twister on 156 blocks of 128 bits ---------------------------
 SFMT_MASKS = (0xDFFFFFEF, 0xDDFECB7F, 0xBFFAFFFF, 0xBFFFFFF6)
 
@@ -459,6 +481,15 @@ def twisters_main():
         vals = [a + float(x) * ((b - a) * 2.0**-32) for x in mt19937(pi[:1], 8)]
         line("mt19937", "uniform", pi[:1], [("a", f"{dbits(a):x}"), ("b", f"{dbits(b):x}"),
                                             ("count", 8)], hexw([dbits(v) for v in vals], 16))
+
+    # MT2203 members: the same keys give different words in each member.
+    for member in MT2203_ROWS:
+        for s in ([0x123, 0x234, 0x345, 0x456], [], pi[:68], pi[:69], pi[:70], pi[:200]):
+            line(f"mt2203_{member}", "words", s, [("count", 8)], hexw(mt2203(member, s, 8), 8))
+        line(f"mt2203_{member}", "words", pi[:2], [("count", 300)],
+             hexw(mt2203(member, pi[:2], 300), 8))
+        line(f"mt2203_{member}", "digest", pi[:4], [("count", 10**5)],
+             f"{fnv_words(mt2203(member, pi[:4], 10**5)):016x}")
 
     # SFMT19937: the published array key and the seed 1234 taken as a one-word key.
     for s in ([0x1234, 0x5678, 0x9ABC, 0xDEF0], [1234], [], [1], pi[:622], pi[:623], pi[:624],

@@ -24,7 +24,11 @@ TVX_RUD_GENERATOR(ars5)
 TVX_RUD_GENERATOR(philox)
 TVX_RUD_GENERATOR(mt19937)
 TVX_RUD_GENERATOR(sfmt)
+TVX_RUD_GENERATOR(mt2203)
 #undef TVX_RUD_GENERATOR
+
+// Members of the MT2203 set that have parameters (random/streams/mt2203_params.inc).
+inline constexpr int kMt2203Members = 3;
 
 // Argument test shared by the block entry points.
 template <class T>

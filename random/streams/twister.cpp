@@ -13,6 +13,7 @@
 namespace tvx::TVX_VNS::gen {
 namespace {
 
+#include "random/streams/mt2203_params.inc"
 #include "random/streams/twister_polys.inc"
 
 constexpr int kN = 624;
@@ -598,6 +599,109 @@ int sfmt_s(RudStreamPtr stream, int n, float r[], float a, float b) {
       [=](std::uint32_t y) {
         return m + static_cast<float>(static_cast<std::int32_t>(y)) * scale;
       });
+  return RUD_STATUS_OK;
+}
+
+}  // namespace tvx::TVX_VNS::gen
+
+// ---- MT2203 set ---------------------------------------------------------------------------------
+// 69 words, the upper 27 bits of the oldest word joined to the lower 5 of the next; the member's
+// twist word and tempering masks come from its row of the parameter table.
+namespace tvx::TVX_VNS::gen {
+namespace {
+
+constexpr int kSetN = 69;
+constexpr int kSetM = 34;
+constexpr std::uint32_t kSetUpper = 0xFFFFFFE0u;
+
+struct SetState {
+  std::uint32_t mt[kSetN];
+  std::uint32_t mti;
+  std::uint32_t aj, bj, cj;
+};
+static_assert(sizeof(SetState) + rud::kHeaderBytes <= 312, "catalogue size of the MT2203 record");
+
+void set_words(SetState& st, int m, std::uint32_t* out) {
+  const std::uint32_t bj = st.bj, cj = st.cj;
+  while (m > 0) {
+    if (st.mti >= kSetN) {
+      regenerate<kSetN, kSetM, kSetUpper>(st.mt, st.aj);
+      st.mti = 0;
+    }
+    const int take = std::min(m, kSetN - static_cast<int>(st.mti));
+    const std::uint32_t* src = st.mt + st.mti;
+    int j = 0;
+    for (; j + kW <= take; j += kW) {
+      VU y = vload(src + j);
+      y ^= y >> 12;
+      y ^= (y << 7) & bj;
+      y ^= (y << 15) & cj;
+      vstore(out + j, y ^ (y >> 18));
+    }
+    for (; j < take; ++j) {
+      std::uint32_t y = src[j];
+      y ^= y >> 12;
+      y ^= (y << 7) & bj;
+      y ^= (y << 15) & cj;
+      out[j] = y ^ (y >> 18);
+    }
+    st.mti += static_cast<std::uint32_t>(take);
+    out += take;
+    m -= take;
+  }
+}
+
+}  // namespace
+
+int mt2203_init(int op, RudStreamPtr stream, int n, const void* params) {
+  if (stream == nullptr) return RUD_ERROR_NULL_PTR;
+  SetState& st = *rud::state<SetState>(stream);
+  switch (op) {
+    case RUD_INIT_SEED: {
+      if (n >= 1 && params == nullptr) return RUD_ERROR_NULL_PTR;
+      const int member = rud::brng_member(rud::header(stream)->brng);
+      if (member >= kMt2203Members) return RUD_RNG_ERROR_INVALID_BRNG;
+      array_seed<kSetN>(st.mt, n, params);
+      st.mti = kSetN;
+      st.aj = kMt2203Params[member][0];
+      st.bj = kMt2203Params[member][1];
+      st.cj = kMt2203Params[member][2];
+      return RUD_STATUS_OK;
+    }
+    case RUD_INIT_LEAPFROG:
+      return RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED;
+    case RUD_INIT_SKIPAHEAD:  // the members stand in for splitting one sequence
+      return RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED;
+    case RUD_INIT_SKIPAHEADEX:
+      return RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED;
+    default:
+      return RUD_ERROR_BAD_OPERATION;
+  }
+}
+
+int mt2203_i(RudStreamPtr stream, int n, unsigned int r[]) {
+  if (const int s = block_args(stream, n, r)) return s;
+  set_words(*rud::state<SetState>(stream), n, r);
+  return RUD_STATUS_OK;
+}
+
+int mt2203_d(RudStreamPtr stream, int n, double r[], double a, double b) {
+  if (const int s = block_args(stream, n, r)) return s;
+  SetState& st = *rud::state<SetState>(stream);
+  const double scale = (b - a) * 0x1p-32;
+  uniforms<std::uint32_t>(
+      n, r, [&](int m, std::uint32_t* w) { set_words(st, m, w); },
+      [=](std::uint32_t y) { return a + static_cast<double>(y) * scale; });
+  return RUD_STATUS_OK;
+}
+
+int mt2203_s(RudStreamPtr stream, int n, float r[], float a, float b) {
+  if (const int s = block_args(stream, n, r)) return s;
+  SetState& st = *rud::state<SetState>(stream);
+  const double da = a, scale = (static_cast<double>(b) - da) * 0x1p-32;
+  uniforms<std::uint32_t>(
+      n, r, [&](int m, std::uint32_t* w) { set_words(st, m, w); },
+      [=](std::uint32_t y) { return static_cast<float>(da + static_cast<double>(y) * scale); });
   return RUD_STATUS_OK;
 }
 

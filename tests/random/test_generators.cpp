@@ -135,16 +135,16 @@ TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
       ++checked;
     }
   }
-  EXPECT_EQ(checked, 36);
+  EXPECT_EQ(checked, 48);
 }
 
 // Blocks that end one word short of, on, and one past a lane step must not write past n, and
 // every word must be written.
 TEST_P(Generators, BlocksWriteExactlyTheirWords) {
   const Copy& c = GetParam();
-  for (int brng :
-       {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59, RUD_BRNG_PHILOX4X32X10,
-        RUD_BRNG_ARS5, RUD_BRNG_NONDETERM, RUD_BRNG_MT19937, RUD_BRNG_SFMT19937}) {
+  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59,
+                   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5, RUD_BRNG_NONDETERM, RUD_BRNG_MT19937,
+                   RUD_BRNG_SFMT19937, RUD_BRNG_MT2203 + 2}) {
     SCOPED_TRACE(brng);
     if (brng == RUD_BRNG_NONDETERM && rud::probes::rdrand_supported() == 0) continue;
     for (int n : {0, 1, 3, 15, 16, 17, 31, 32, 33, 47, 64, 65, 127, 128, 129, 250, 251, 1000}) {
@@ -189,6 +189,7 @@ TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
                         {RUD_BRNG_PHILOX4X32X10, 0x1p-32, true},
                         {RUD_BRNG_ARS5, 0x1p-32, true},
                         {RUD_BRNG_MT19937, 0x1p-32, false},
+                        {RUD_BRNG_MT2203 + 1, 0x1p-32, false},
                         {RUD_BRNG_SFMT19937, 0x1p-32, true}};
   const int n = 3001;
   for (const Case& cs : cases) {
@@ -413,8 +414,8 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   Stream m31(c, RUD_BRNG_MCG31, {1u}), m59(c, RUD_BRNG_MCG59, {1u});
   Stream philox(c, RUD_BRNG_PHILOX4X32X10, {1u}), ars(c, RUD_BRNG_ARS5, {1u});
   Stream hw(c, RUD_BRNG_NONDETERM, {1u}), mt(c, RUD_BRNG_MT19937, {1u});
-  Stream sfmt(c, RUD_BRNG_SFMT19937, {1u});
-  for (Stream* s : {&philox, &ars, &hw, &mt, &sfmt}) {
+  Stream sfmt(c, RUD_BRNG_SFMT19937, {1u}), set(c, RUD_BRNG_MT2203, {1u});
+  for (Stream* s : {&philox, &ars, &hw, &mt, &sfmt, &set}) {
     EXPECT_EQ(c.leapfrog(s->get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   }
   EXPECT_EQ(c.skip(hw.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
@@ -422,11 +423,16 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   EXPECT_EQ(c.skip(r250.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
   EXPECT_EQ(c.leapfrog(mrg.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   const std::uint64_t one = 1;
-  for (Stream* s : {&r250, &m31, &m59, &hw, &mt, &sfmt}) {
+  EXPECT_EQ(c.skip(set.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
+  // MT2203 members past the parameter table are refused by the number check.
+  RudStreamPtr past = nullptr;
+  EXPECT_EQ(c.new_stream_ex(&past, RUD_BRNG_MT2203 + 3, 0, nullptr), RUD_RNG_ERROR_INVALID_BRNG);
+  EXPECT_EQ(past, nullptr);
+  for (Stream* s : {&r250, &m31, &m59, &hw, &mt, &sfmt, &set}) {
     EXPECT_EQ(s->row().InitStream(RUD_INIT_SKIPAHEADEX, s->get(), 1, &one),
               RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
   }
-  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw, &mt, &sfmt}) {
+  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw, &mt, &sfmt, &set}) {
     const auto before = s->state_bytes();
     EXPECT_EQ(s->row().InitStream(4, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
     EXPECT_EQ(s->row().InitStream(-1, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
