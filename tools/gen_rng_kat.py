@@ -217,8 +217,8 @@ MT2203_ROWS = {0: (0xAF81055F, 0xDD7EEF80, 0xEFD78000), 1: (0x832604E1, 0x66AD7F
                2: (0x92F70739, 0x656D7780, 0xEFC50000)}
 
 
-def mt2203(member, seeds, count):
-    aj, bj, cj = MT2203_ROWS[member]
+def mt2203(member, seeds, count, row=None):
+    aj, bj, cj = row if row is not None else MT2203_ROWS[member]
     x = mt_array_seed(seeds, 69)
     out = []
     k = 0
