@@ -397,6 +397,14 @@ TEST_P(Generators, SeedingEdgeCases) {
     EXPECT_EQ(x[220], 1u);
     for (int k = 0; k < 32; ++k) EXPECT_EQ(x[3 + 7 * k] >> (31 - k), 1u) << k;
   }
+  {  // MT2203 members seeded alike give different words.
+    Stream m0(c, RUD_BRNG_MT2203, {5489u}), m1(c, RUD_BRNG_MT2203 + 1, {5489u}),
+        m2(c, RUD_BRNG_MT2203 + 2, {5489u});
+    const auto w0 = m0.words(100), w1 = m1.words(100), w2 = m2.words(100);
+    EXPECT_NE(w0, w1);
+    EXPECT_NE(w0, w2);
+    EXPECT_NE(w1, w2);
+  }
   // The MCG31 and MCG59 seeds that reduce or mask to zero are among the known answers.
   {  // Philox reads six words, ARS-5 eight: words past them change nothing.
     std::vector<std::uint32_t> nine = {1, 2, 3, 4, 5, 6, 7, 8, 9};
