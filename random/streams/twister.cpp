@@ -179,8 +179,62 @@ inline std::uint64_t spread32(std::uint32_t x) {
   return spread16(x & 0xFFFFu) | (std::uint64_t{spread16(x >> 16)} << 32);
 }
 
-// g = x^e mod f, from the exponent's top bit down; `g` has f.words() words, `work` 2 f.words() + 1.
-void power_of_x(std::uint64_t e, const Modulus& f, std::uint64_t* g, std::uint64_t* work) {
+// A dense modulus (thousands of terms) whose degree is a multiple of 64 is reduced a word of high
+// coefficients at a time: the word's product with r comes from 16 tables, table j holding the 16
+// multiples of r x^(4j) by a nibble, so a word costs at most 16 aligned additions of r's length.
+constexpr int kDenseTerms = 1000;
+inline bool is_dense(const Modulus& f) {
+  return f.nterms > kDenseTerms && f.degree() % 64 == 0;
+}
+inline int dense_entry_words(const Modulus& f) {
+  return (static_cast<int>(f.terms[f.nterms - 2]) + 64) / 64 + 1;
+}
+inline std::size_t dense_table_words(const Modulus& f) {
+  return is_dense(f) ? std::size_t{256} * static_cast<std::size_t>(dense_entry_words(f)) : 0;
+}
+
+void build_dense(const Modulus& f, std::uint64_t* t) {
+  const std::size_t rw = static_cast<std::size_t>(dense_entry_words(f));
+  std::memset(t, 0, sizeof(std::uint64_t) * 256 * rw);
+  for (int j = 0; j < 16; ++j) {
+    std::uint64_t* row = t + static_cast<std::size_t>(16 * j) * rw;
+    for (int i = 0; i < 4; ++i) {
+      std::uint64_t* e = row + (std::size_t{1} << i) * rw;
+      for (int k = 0; k + 1 < f.nterms; ++k) {
+        const int b = static_cast<int>(f.terms[k]) + 4 * j + i;
+        e[b >> 6] |= std::uint64_t{1} << (b & 63);
+      }
+    }
+    for (std::size_t k = 3; k < 16; ++k) {
+      const std::size_t low = k & (k - 1), bit = k ^ low;
+      if (low == 0) continue;
+      for (std::size_t w = 0; w < rw; ++w) row[k * rw + w] = row[low * rw + w] ^ row[bit * rw + w];
+    }
+  }
+}
+
+// `a` has coefficients below 2 D; the words from D / 64 up are folded down.
+void reduce_dense(std::uint64_t* a, const Modulus& f, const std::uint64_t* t) {
+  const std::size_t rw = static_cast<std::size_t>(dense_entry_words(f));
+  const int dw = f.degree() / 64;
+  for (int w = 2 * dw - 1; w >= dw; --w) {
+    const std::uint64_t v = a[w];
+    if (v == 0) continue;
+    a[w] = 0;
+    std::uint64_t* dst = a + (w - dw);
+    for (int j = 0; j < 16; ++j) {
+      const std::size_t k = (v >> (4 * j)) & 15u;
+      if (k == 0) continue;
+      const std::uint64_t* src = t + (static_cast<std::size_t>(16 * j) + k) * rw;
+      for (std::size_t i = 0; i < rw; ++i) dst[i] ^= src[i];
+    }
+  }
+}
+
+// g = x^e mod f, from the exponent's top bit down; `g` has f.words() words, `work` 2 f.words() + 1;
+// `dense` holds the tables of build_dense when is_dense(f), else it is null.
+void power_of_x(std::uint64_t e, const Modulus& f, std::uint64_t* g, std::uint64_t* work,
+                const std::uint64_t* dense) {
   const int nw = f.words(), d = f.degree();
   std::memset(g, 0, sizeof(std::uint64_t) * static_cast<std::size_t>(nw));
   g[0] = 1;
@@ -194,7 +248,11 @@ void power_of_x(std::uint64_t e, const Modulus& f, std::uint64_t* g, std::uint64
       for (int i = 2 * nw; i > 0; --i) work[i] = (work[i] << 1) | (work[i - 1] >> 63);
       work[0] <<= 1;
     }
-    reduce(work, 2 * d, f);
+    if (dense != nullptr) {
+      reduce_dense(work, f, dense);
+    } else {
+      reduce(work, 2 * d, f);
+    }
     std::memcpy(g, work, sizeof(std::uint64_t) * static_cast<std::size_t>(nw));
   }
 }
@@ -245,16 +303,20 @@ int jump(const G& gen, std::uint32_t* state, std::uint64_t q, const Modulus& f, 
   if (q == 0) return RUD_STATUS_OK;
   const int nw = f.words();
   const std::size_t entries = windowed ? std::size_t{1} << kWindow : 0;
-  const std::size_t bytes = sizeof(std::uint64_t) * static_cast<std::size_t>(3 * nw + 1) +
-                            sizeof(std::uint32_t) * kWords * (entries + 1);
+  const std::size_t dense_words = dense_table_words(f);
+  const std::size_t bytes =
+      sizeof(std::uint64_t) * (static_cast<std::size_t>(3 * nw + 1) + dense_words) +
+      sizeof(std::uint32_t) * kWords * (entries + 1);
   auto* mem = static_cast<unsigned char*>(tvx_malloc(bytes, 64));
   if (mem == nullptr) return RUD_ERROR_MEM_FAILURE;
   auto* g = reinterpret_cast<std::uint64_t*>(mem);
   std::uint64_t* work = g + nw;
-  auto* table = reinterpret_cast<std::uint32_t*>(work + 2 * nw + 1);
+  std::uint64_t* dense = dense_words != 0 ? work + 2 * nw + 1 : nullptr;
+  auto* table = reinterpret_cast<std::uint32_t*>(work + 2 * nw + 1 + dense_words);
   std::uint32_t* acc_words = table + kWords * entries;
 
-  power_of_x(q, f, g, work);
+  if (dense != nullptr) build_dense(f, dense);
+  power_of_x(q, f, g, work, dense);
 
   if (windowed) {  // table[p] = sum over set bits j of p of T^j (state)
     C walker{acc_words, 0, gen};
