@@ -57,12 +57,26 @@ BENCHMARK_CAPTURE(words, mcg59, RUD_BRNG_MCG59);
 BENCHMARK_CAPTURE(words, philox4x32x10, RUD_BRNG_PHILOX4X32X10);
 BENCHMARK_CAPTURE(words, ars5, RUD_BRNG_ARS5);
 BENCHMARK_CAPTURE(words, nondeterm, RUD_BRNG_NONDETERM);
+BENCHMARK_CAPTURE(words, mt19937, RUD_BRNG_MT19937);
+BENCHMARK_CAPTURE(words, sfmt19937, RUD_BRNG_SFMT19937);
 BENCHMARK_CAPTURE(uniforms, mcg31, RUD_BRNG_MCG31);
 BENCHMARK_CAPTURE(uniforms, r250, RUD_BRNG_R250);
 BENCHMARK_CAPTURE(uniforms, mrg32k3a, RUD_BRNG_MRG32K3A);
 BENCHMARK_CAPTURE(uniforms, mcg59, RUD_BRNG_MCG59);
 BENCHMARK_CAPTURE(uniforms, philox4x32x10, RUD_BRNG_PHILOX4X32X10);
 BENCHMARK_CAPTURE(uniforms, ars5, RUD_BRNG_ARS5);
+BENCHMARK_CAPTURE(uniforms, mt19937, RUD_BRNG_MT19937);
+BENCHMARK_CAPTURE(uniforms, sfmt19937, RUD_BRNG_SFMT19937);
+
+// A skip-ahead by 10^15 words: the polynomial power and the windowed Horner rule, per call.
+void twister_jump(benchmark::State& state, int brng) {
+  RudStreamPtr s = nullptr;
+  rudNewStream(&s, brng, 12345);
+  for (auto _ : state) rudSkipAheadStream(s, 1000000000000000ll);
+  rudDeleteStream(&s);
+}
+BENCHMARK_CAPTURE(twister_jump, mt19937, RUD_BRNG_MT19937)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(twister_jump, sfmt19937, RUD_BRNG_SFMT19937)->Unit(benchmark::kMillisecond);
 
 // Random123's counter-based generators: n words from consecutive counters, one block a call.
 template <class Block>
@@ -133,12 +147,15 @@ BENCHMARK_CAPTURE(vd_uniform, mcg31, RUD_BRNG_MCG31);
 BENCHMARK_CAPTURE(vd_uniform, r250, RUD_BRNG_R250);
 BENCHMARK_CAPTURE(vd_uniform, mrg32k3a, RUD_BRNG_MRG32K3A);
 BENCHMARK_CAPTURE(vd_uniform, mcg59, RUD_BRNG_MCG59);
+BENCHMARK_CAPTURE(vd_uniform, mt19937, RUD_BRNG_MT19937);
+BENCHMARK_CAPTURE(vd_uniform, sfmt19937, RUD_BRNG_SFMT19937);
 BENCHMARK_CAPTURE(vs_uniform, mrg32k3a, RUD_BRNG_MRG32K3A);
 BENCHMARK_CAPTURE(vs_uniform, mcg59, RUD_BRNG_MCG59);
 BENCHMARK_CAPTURE(vi_uniform, mrg32k3a, RUD_BRNG_MRG32K3A);
 BENCHMARK_CAPTURE(vi_uniform, mcg59, RUD_BRNG_MCG59);
-// The only built generator with 32 full bits to give.
+// The generators with 32 full bits to give.
 BENCHMARK_CAPTURE(vi_uniform_bits32, mcg59, RUD_BRNG_MCG59);
+BENCHMARK_CAPTURE(vi_uniform_bits32, mt19937, RUD_BRNG_MT19937);
 
 // ---- Peers ------------------------------------------------------------------------------------
 void std_mt19937_words(benchmark::State& state) {
@@ -202,6 +219,9 @@ void numpy_peer(benchmark::State& state, const char* mode) {
 BENCHMARK_CAPTURE(numpy_peer, pcg64_random, "random")->UseManualTime()->Iterations(200);
 // numpy's Philox is Philox4x64-10: the row counts 32-bit words' worth (N / 2 64-bit words).
 BENCHMARK_CAPTURE(numpy_peer, philox_words, "philox")->UseManualTime()->Iterations(200);
+// numpy's MT19937 bit generator: N 32-bit words per call, and N doubles from Generator(MT19937).
+BENCHMARK_CAPTURE(numpy_peer, mt19937_words, "mt19937")->UseManualTime()->Iterations(200);
+BENCHMARK_CAPTURE(numpy_peer, mt19937_random, "mt19937_random")->UseManualTime()->Iterations(200);
 
 void gsl_words(benchmark::State& state, const gsl_rng_type* type) {
   gsl_rng* g = gsl_rng_alloc(type);
@@ -231,9 +251,11 @@ BENCHMARK_CAPTURE(gsl_words, minstd, gsl_rng_minstd);
 BENCHMARK_CAPTURE(gsl_words, r250, gsl_rng_r250);
 BENCHMARK_CAPTURE(gsl_words, mrg, gsl_rng_mrg);
 BENCHMARK_CAPTURE(gsl_words, ranlux, gsl_rng_ranlux);
+BENCHMARK_CAPTURE(gsl_words, mt19937, gsl_rng_mt19937);
 BENCHMARK_CAPTURE(gsl_uniforms, minstd, gsl_rng_minstd);
 BENCHMARK_CAPTURE(gsl_uniforms, r250, gsl_rng_r250);
 BENCHMARK_CAPTURE(gsl_uniforms, mrg, gsl_rng_mrg);
 BENCHMARK_CAPTURE(gsl_uniforms, ranlux, gsl_rng_ranlux);
+BENCHMARK_CAPTURE(gsl_uniforms, mt19937, gsl_rng_mt19937);
 
 }  // namespace

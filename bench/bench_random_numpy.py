@@ -4,9 +4,12 @@ this process, as Google Benchmark times the other entries:
 
   random  Generator(PCG64).random into a preallocated array of N doubles (the default);
   philox  the Philox bit generator's raw output, N / 2 64-bit words (N 32-bit words' worth) per
-          call; random_raw has no output argument, so each call also makes its array.
+          call; random_raw has no output argument, so each call also makes its array;
+  mt19937         the MT19937 bit generator's 32-bit words through random_raw, N per call (its
+                  raw output is one 32-bit word per 64-bit slot);
+  mt19937_random  Generator(MT19937).random into a preallocated array of N doubles.
 
-Usage: bench_random_numpy.py N REPS [random|philox] -- prints REPS lines, the seconds of one call.
+Usage: bench_random_numpy.py N REPS [random|philox|mt19937|mt19937_random] -- prints REPS lines, the seconds of one call.
 """
 import sys
 import time
@@ -22,6 +25,17 @@ def main():
 
         def call():
             bit_generator.random_raw(n // 2)
+    elif mode == "mt19937":
+        bit_generator = np.random.MT19937(12345)
+
+        def call():
+            bit_generator.random_raw(n)
+    elif mode == "mt19937_random":
+        generator = np.random.Generator(np.random.MT19937(12345))
+        out = np.empty(n)
+
+        def call():
+            generator.random(n, out=out)
     else:
         generator = np.random.Generator(np.random.PCG64(12345))
         out = np.empty(n)

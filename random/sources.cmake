@@ -15,6 +15,7 @@ tvx_add_variant_family(rud_streams
   random/streams/mrg32k3a.cpp
   random/streams/counter.cpp
   random/streams/nondeterm.cpp
+  random/streams/twister.cpp
 )
 
 tvx_add_variant_family(rud_distributions

@@ -155,6 +155,174 @@ def mrg32k3a(seeds, count, skip=0):
     return out
 
 
+# ---- MT19937: the Mersenne twister of period 2^19937 - 1 ---------------------------------------
+def mt_array_seed(key, n_words=624):
+    """Array seeding; a key of no words stands for the one word 1."""
+    key = list(key) if key else [1]
+    mt = [19650218]
+    for i in range(1, n_words):
+        mt.append((1812433253 * (mt[-1] ^ (mt[-1] >> 30)) + i) & MASK32)
+    i, j = 1, 0
+    for _ in range(max(n_words, len(key))):
+        prev = mt[i - 1]
+        mt[i] = ((mt[i] ^ ((prev ^ (prev >> 30)) * 1664525)) + key[j] + j) & MASK32
+        i, j = i + 1, j + 1
+        if i >= n_words:
+            mt[0], i = mt[n_words - 1], 1
+        if j >= len(key):
+            j = 0
+    for _ in range(n_words - 1):
+        prev = mt[i - 1]
+        mt[i] = ((mt[i] ^ ((prev ^ (prev >> 30)) * 1566083941)) - i) & MASK32
+        i += 1
+        if i >= n_words:
+            mt[0], i = mt[n_words - 1], 1
+    mt[0] = 0x80000000
+    return mt
+
+
+def mt19937_raw(seeds, count, skip=0):
+    """Untempered sequence x(624), x(625), ... after skipping `skip` words: the recurrence
+    x(k+624) = x(k+397) xor A((x(k) upper bit) | (x(k+1) lower 31 bits)) kept in a list."""
+    x = mt_array_seed(seeds)
+    out = []
+    k = 0
+    while len(out) < skip + count:
+        y = (x[k] & 0x80000000) | (x[k + 1] & 0x7FFFFFFF)
+        x.append(x[k + 397] ^ (y >> 1) ^ (0x9908B0DF if y & 1 else 0))
+        if len(out) >= skip:
+            out.append(x[-1])
+        else:
+            out.append(None)
+        k += 1
+        if k > 4096:
+            del x[:k]
+            k = 0
+    return out[skip:]
+
+
+def mt_temper(y):
+    y ^= y >> 11
+    y ^= (y << 7) & 0x9D2C5680
+    y ^= (y << 15) & 0xEFC60000
+    return (y ^ (y >> 18)) & MASK32
+
+
+def mt19937(seeds, count, skip=0):
+    return [mt_temper(y) for y in mt19937_raw(seeds, count, skip)]
+
+
+# ---- MT2203: a set of twisters of period 2^2203 - 1 on 69 words, one twist word per member -------
+MT2203_ROWS = {0: (0xAF81055F, 0xDD7EEF80, 0xEFD78000), 1: (0x832604E1, 0x66AD7F80, 0xEBD58000),
+               2: (0x92F70739, 0x656D7780, 0xEFC50000)}
+
+
+def mt2203(member, seeds, count, row=None):
+    aj, bj, cj = row if row is not None else MT2203_ROWS[member]
+    x = mt_array_seed(seeds, 69)
+    out = []
+    k = 0
+    while len(out) < count:
+        y = (x[k] & 0xFFFFFFE0) | (x[k + 1] & 0x1F)
+        v = x[k + 34] ^ (y >> 1) ^ (aj if y & 1 else 0)
+        x.append(v)
+        v ^= v >> 12
+        v ^= (v << 7) & bj
+        v ^= (v << 15) & cj
+        out.append((v ^ (v >> 18)) & MASK32)
+        k += 1
+    return out
+
+
+# ---- SFMT19937: the SIMD-oriented twister on 156 blocks of 128 bits ---------------------------
+SFMT_MASKS = (0xDFFFFFEF, 0xDDFECB7F, 0xBFFAFFFF, 0xBFFFFFF6)
+
+
+def sfmt_certify(s):
+    """Period certification: the inner product of the first block with the parity vector
+    (1, 0, 0, 0x13c9e684) must be odd, else bit 0 of word 0 is flipped."""
+    if bin((s[0] & 1) ^ (s[3] & 0x13C9E684)).count("1") % 2 == 0:
+        s[0] ^= 1
+    return s
+
+
+def sfmt_seed_word(seed):
+    """The single-word seeding of the published package (used here only to check this reference
+    against the published outputs; the library seeds through the array procedure)."""
+    s = [seed & MASK32]
+    for i in range(1, 624):
+        s.append((1812433253 * (s[-1] ^ (s[-1] >> 30)) + i) & MASK32)
+    return sfmt_certify(s)
+
+
+def sfmt_seed_array(key):
+    key = list(key) if key else [1]
+    n, mid, lag = 624, 306, 11
+    s = [0x8B8B8B8B] * n
+
+    def f1(x):
+        return ((x ^ (x >> 27)) * 1664525) & MASK32
+
+    def f2(x):
+        return ((x ^ (x >> 27)) * 1566083941) & MASK32
+
+    r = f1(s[0] ^ s[mid] ^ s[n - 1])
+    s[mid] = (s[mid] + r) & MASK32
+    r = (r + len(key)) & MASK32
+    s[mid + lag] = (s[mid + lag] + r) & MASK32
+    s[0] = r
+    i = 1
+    for j in range(max(len(key), n - 1)):
+        r = f1(s[i] ^ s[(i + mid) % n] ^ s[(i + n - 1) % n])
+        s[(i + mid) % n] = (s[(i + mid) % n] + r) & MASK32
+        r = (r + (key[j] if j < len(key) else 0) + i) & MASK32
+        s[(i + mid + lag) % n] = (s[(i + mid + lag) % n] + r) & MASK32
+        s[i] = r
+        i = (i + 1) % n
+    for _ in range(n):
+        r = f2((s[i] + s[(i + mid) % n] + s[(i + n - 1) % n]) & MASK32)
+        s[(i + mid) % n] ^= r
+        r = (r - i) & MASK32
+        s[(i + mid + lag) % n] ^= r
+        s[i] = r
+        i = (i + 1) % n
+    return sfmt_certify(s)
+
+
+def sfmt_block(a, b, c, d):
+    """One new block from the oldest block a, block b 122 places on and the two newest c, d;
+    blocks are 128-bit integers, word 0 lowest."""
+    x = (a << 8) & (2**128 - 1)
+    y = c >> 8
+    out = a ^ x ^ y
+    for w in range(4):
+        bw = (b >> (32 * w)) & MASK32
+        dw = (d >> (32 * w)) & MASK32
+        out ^= (((bw >> 11) & SFMT_MASKS[w]) ^ ((dw << 18) & MASK32)) << (32 * w)
+    return out
+
+
+def sfmt_words(state, count, skip_blocks=0):
+    """Words after `skip_blocks` whole blocks, from a seeded state of 624 words."""
+    blocks = [sum(state[4 * i + w] << (32 * w) for w in range(4)) for i in range(156)]
+    out = []
+    k = 0
+    while len(out) < count:
+        blocks.append(sfmt_block(blocks[k], blocks[k + 122], blocks[k + 154], blocks[k + 155]))
+        if k >= skip_blocks:
+            out.extend((blocks[-1] >> (32 * w)) & MASK32 for w in range(4))
+        k += 1
+        if k > 4096:
+            del blocks[:k]
+            skip_blocks -= k
+            k = 0
+    return out[:count]
+
+
+def sfmt19937(seeds, count, skip=0):
+    return sfmt_words(sfmt_seed_array(seeds), count + skip % 4, skip // 4)[skip % 4:]
+
+
 # ---- inputs ----------------------------------------------------------------------------------
 def pi_words(count):
     """The fractional hexadecimal digits of pi as 32-bit words (Machin's formula)."""
@@ -280,5 +448,69 @@ def main():
     return 0
 
 
+def twisters_main():
+    out = sys.stdout
+    out.write("# Known answers of the Mersenne twisters.\n")
+    out.write("# Written by tools/gen_rng_kat.py, an independent reference; regenerate with\n")
+    out.write("#   python3 tools/gen_rng_kat.py twisters > tests/data/kat/twister_generators.txt\n")
+
+    def line(gen, kind, seeds, params, expected):
+        seeds_text = "-" if not seeds else ",".join(f"{w:x}" for w in seeds)
+        p = " ".join(f"{k}={v}" for k, v in params)
+        out.write(f"{gen} {kind} seeds={seeds_text} {p} : {expected}\n")
+
+    # The reference must reproduce the outputs published with the generators before it is used.
+    assert mt19937([0x123, 0x234, 0x345, 0x456], 5) == [
+        1067595299, 955945823, 477289528, 4107218783, 4228976476]
+    assert sfmt_words(sfmt_seed_word(1234), 5) == [
+        3440181298, 1564997079, 1510669302, 2930277156, 1452439940]
+    assert sfmt19937([0x1234, 0x5678, 0x9ABC, 0xDEF0], 5) == [
+        2920711183, 3885745737, 3501893680, 856470934, 1421864068]
+
+    pi = pi_words(700)
+    # The published test key of the array seeding, a key of no words (the word 1), the usual
+    # single seed 5489 (through the array procedure), and keys of 623 to 625 words.
+    for s in ([0x123, 0x234, 0x345, 0x456], [], [1], [5489], pi[:1], pi[:623], pi[:624],
+              pi[:625], pi[:700]):
+        line("mt19937", "words", s, [("count", 8)], hexw(mt19937(s, 8), 8))
+    line("mt19937", "words", pi[:2], [("count", 1300)], hexw(mt19937(pi[:2], 1300), 8))
+    for nskip in (1, 623, 624, 625, 1000, 0xFFFFF, 0x100000, 3000000):
+        line("mt19937", "skip", pi[:4], [("nskip", nskip), ("count", 6)],
+             hexw(mt19937(pi[:4], 6, skip=nskip), 8))
+    for a, b in ((0.0, 1.0), (-3.5, 7.25)):
+        vals = [a + float(x) * ((b - a) * 2.0**-32) for x in mt19937(pi[:1], 8)]
+        line("mt19937", "uniform", pi[:1], [("a", f"{dbits(a):x}"), ("b", f"{dbits(b):x}"),
+                                            ("count", 8)], hexw([dbits(v) for v in vals], 16))
+
+    # MT2203 members: the same keys give different words in each member.
+    for member in MT2203_ROWS:
+        for s in ([0x123, 0x234, 0x345, 0x456], [], pi[:68], pi[:69], pi[:70], pi[:200]):
+            line(f"mt2203_{member}", "words", s, [("count", 8)], hexw(mt2203(member, s, 8), 8))
+        line(f"mt2203_{member}", "words", pi[:2], [("count", 300)],
+             hexw(mt2203(member, pi[:2], 300), 8))
+        line(f"mt2203_{member}", "digest", pi[:4], [("count", 10**5)],
+             f"{fnv_words(mt2203(member, pi[:4], 10**5)):016x}")
+
+    # SFMT19937: the published array key and the seed 1234 taken as a one-word key.
+    for s in ([0x1234, 0x5678, 0x9ABC, 0xDEF0], [1234], [], [1], pi[:622], pi[:623], pi[:624],
+              pi[:625], pi[:700]):
+        line("sfmt19937", "words", s, [("count", 8)], hexw(sfmt19937(s, 8), 8))
+    line("sfmt19937", "words", pi[:2], [("count", 1300)], hexw(sfmt19937(pi[:2], 1300), 8))
+    for nskip in (1, 2, 3, 4, 5, 623, 624, 625, 1000, 19967, 19968, 79873, 0xFFFFF, 0x100000,
+                  3000000):
+        line("sfmt19937", "skip", pi[:4], [("nskip", nskip), ("count", 6)],
+             hexw(sfmt19937(pi[:4], 6, skip=nskip), 8))
+    for a, b in ((0.0, 1.0), (-3.5, 7.25)):
+        m, scale = (a + b) * 0.5, (b - a) * 2.0**-32
+        vals = [m + float(x - (x >> 31 << 32)) * scale for x in sfmt19937(pi[:1], 8)]
+        line("sfmt19937", "uniform", pi[:1], [("a", f"{dbits(a):x}"), ("b", f"{dbits(b):x}"),
+                                              ("count", 8)], hexw([dbits(v) for v in vals], 16))
+
+    n = 10**6
+    line("mt19937", "digest", pi[:4], [("count", n)], f"{fnv_words(mt19937(pi[:4], n)):016x}")
+    line("sfmt19937", "digest", pi[:4], [("count", n)], f"{fnv_words(sfmt19937(pi[:4], n)):016x}")
+    return 0
+
+
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(twisters_main() if sys.argv[1:] == ["twisters"] else main())

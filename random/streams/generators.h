@@ -22,6 +22,9 @@ TVX_RUD_GENERATOR(mcg59)
 TVX_RUD_GENERATOR(nondeterm)
 TVX_RUD_GENERATOR(ars5)
 TVX_RUD_GENERATOR(philox)
+TVX_RUD_GENERATOR(mt19937)
+TVX_RUD_GENERATOR(sfmt)
+TVX_RUD_GENERATOR(mt2203)
 #undef TVX_RUD_GENERATOR
 
 // Checks of a state read from an image: true when the bytes could be the state of a live stream
@@ -33,6 +36,12 @@ bool mrg32k3a_state_ok(const void* state);
 bool mcg59_state_ok(const void* state);
 bool philox_state_ok(const void* state);
 bool ars5_state_ok(const void* state);
+bool mt19937_state_ok(const void* state);
+bool sfmt_state_ok(const void* state);
+bool mt2203_state_ok(const void* state);
+
+// Members of the MT2203 set that have parameters (random/streams/mt2203_params.inc).
+inline constexpr int kMt2203Members = 3;
 
 // Argument test shared by the block entry points.
 template <class T>

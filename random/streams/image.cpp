@@ -29,6 +29,8 @@ constexpr ImageRow kImageRows[] = {
     {RUD_BRNG_MCG31, gen::mcg31_state_ok},          {RUD_BRNG_R250, gen::r250_state_ok},
     {RUD_BRNG_MRG32K3A, gen::mrg32k3a_state_ok},    {RUD_BRNG_MCG59, gen::mcg59_state_ok},
     {RUD_BRNG_PHILOX4X32X10, gen::philox_state_ok}, {RUD_BRNG_ARS5, gen::ars5_state_ok},
+    {RUD_BRNG_MT19937, gen::mt19937_state_ok},      {RUD_BRNG_SFMT19937, gen::sfmt_state_ok},
+    {RUD_BRNG_MT2203, gen::mt2203_state_ok},
 };
 
 bool loaded_state_ok(int brng, const void* state) {

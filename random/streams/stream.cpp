@@ -30,12 +30,12 @@ RudBrngProperties g_rows[kMaxRows] = {
     TVX_RUD_ROW_ABSENT(48, 4, 1, 16, 24),        // Wichmann-Hill set
     TVX_RUD_ROW_ABSENT(11712, 2604, 0, 4, 32),   // Sobol
     TVX_RUD_ROW_ABSENT(84288, 10498, 0, 4, 32),  // Niederreiter
-    TVX_RUD_ROW_ABSENT(2520, 625, 1, 4, 32),     // MT19937
-    TVX_RUD_ROW_ABSENT(312, 70, 1, 4, 32),       // MT2203 set
+    TVX_RUD_ROW(2520, 625, 1, 4, 32, mt19937),   // MT19937
+    TVX_RUD_ROW(312, 70, 1, 4, 32, mt2203),      // MT2203 set
     TVX_RUD_ROW_ABSENT(48, 0, 1, 4, 32),         // abstract, integer
     TVX_RUD_ROW_ABSENT(64, 0, 1, 4, 32),         // abstract, double
     TVX_RUD_ROW_ABSENT(56, 0, 1, 4, 32),         // abstract, single
-    TVX_RUD_ROW_ABSENT(2536, 625, 1, 4, 32),     // SFMT19937
+    TVX_RUD_ROW(2536, 625, 1, 4, 32, sfmt),      // SFMT19937
     TVX_RUD_ROW(24, 1, 1, 4, 32, nondeterm),    TVX_RUD_ROW(72, 8, 1, 4, 32, ars5),
     TVX_RUD_ROW(64, 8, 1, 4, 32, philox),
 };
@@ -44,7 +44,7 @@ RudBrngProperties g_rows[kMaxRows] = {
 
 // Members a number's low 20 bits may select. A row whose generator isn't provided counts 0, so
 // the number check refuses it; the sets count 273 (Wichmann-Hill) and 6024 (MT2203) once built.
-int g_members[kMaxRows] = {1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1};
+int g_members[kMaxRows] = {1, 1, 1, 1, 0, 0, 0, 1, gen::kMt2203Members, 0, 0, 0, 1, 1, 1, 1};
 
 std::atomic<int> g_row_count{kFixedRows};
 volatile std::int32_t g_register_lock = 0;

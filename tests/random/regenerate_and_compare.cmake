@@ -1,7 +1,7 @@
 # Runs a generator tool into the build tree and fails when its output differs from the committed
 # file. MODE file: the tool takes the output path; MODE stdout: the tool writes to standard output;
 # MODE program: TOOL is a program that takes the gzip file INPUT_GZ, decompressed, as its argument
-# and writes to standard output.
+# and writes to standard output. ARGS, if given, go on the tool's command line in MODE stdout.
 if(MODE STREQUAL "file")
   execute_process(COMMAND ${PYTHON} ${TOOL} ${OUT} RESULT_VARIABLE rc)
 elseif(MODE STREQUAL "program")
@@ -10,7 +10,7 @@ elseif(MODE STREQUAL "program")
     execute_process(COMMAND ${TOOL} ${OUT}.input OUTPUT_FILE ${OUT} RESULT_VARIABLE rc)
   endif()
 else()
-  execute_process(COMMAND ${PYTHON} ${TOOL} OUTPUT_FILE ${OUT} RESULT_VARIABLE rc)
+  execute_process(COMMAND ${PYTHON} ${TOOL} ${ARGS} OUTPUT_FILE ${OUT} RESULT_VARIABLE rc)
 endif()
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "${TOOL} failed (${rc})")

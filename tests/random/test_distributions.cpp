@@ -29,8 +29,9 @@ namespace {
 
 constexpr int kBrngs[] = {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59};
 // The generators of the tests below that hold for any deterministic generator.
-constexpr int kAllBrngs[] = {RUD_BRNG_MCG31, RUD_BRNG_R250,          RUD_BRNG_MRG32K3A,
-                             RUD_BRNG_MCG59, RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5};
+constexpr int kAllBrngs[] = {RUD_BRNG_MCG31,   RUD_BRNG_R250,          RUD_BRNG_MRG32K3A,
+                             RUD_BRNG_MCG59,   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5,
+                             RUD_BRNG_MT19937, RUD_BRNG_SFMT19937};
 constexpr int kFlag = RUD_RNG_METHOD_ACCURACY_FLAG;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -343,7 +344,8 @@ TEST(UniformBits, WordsOfTheGenerator) {
     std::vector<unsigned> b32(kN, 0xCACACACA);
     std::vector<unsigned long long> b64(kN / 2, 0xCACACACACACACACAull);
     const bool mcg59 = brng == RUD_BRNG_MCG59;
-    const bool direct = brng == RUD_BRNG_PHILOX4X32X10 || brng == RUD_BRNG_ARS5;
+    const bool direct = brng == RUD_BRNG_PHILOX4X32X10 || brng == RUD_BRNG_ARS5 ||
+                        brng == RUD_BRNG_MT19937 || brng == RUD_BRNG_SFMT19937;
     const int expected = mcg59 || direct ? 0 : RUD_RNG_ERROR_NO_NUMBER_BITS;
     ASSERT_EQ(viRngUniformBits32(0, s2, kN / 2, b32.data()), expected);
     ASSERT_EQ(viRngUniformBits64(0, s2, kN / 4, b64.data()), expected);

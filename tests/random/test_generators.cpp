@@ -20,6 +20,7 @@ const std::vector<Kat>& kats() {
   static const std::vector<Kat> k = [] {
     std::vector<Kat> all = read_kats(TVX_KAT_DIR "/basic_generators.txt");
     for (Kat& c : read_kats(TVX_KAT_DIR "/counter_generators.txt")) all.push_back(c);
+    for (Kat& c : read_kats(TVX_KAT_DIR "/twister_generators.txt")) all.push_back(c);
     return all;
   }();
   return k;
@@ -134,7 +135,7 @@ TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
       ++checked;
     }
   }
-  EXPECT_EQ(checked, 28);
+  EXPECT_EQ(checked, 48);
 }
 
 // Blocks that end one word short of, on, and one past a lane step must not write past n, and
@@ -142,7 +143,8 @@ TEST_P(Generators, DigestOfAMillionWordsForEveryCut) {
 TEST_P(Generators, BlocksWriteExactlyTheirWords) {
   const Copy& c = GetParam();
   for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_R250, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59,
-                   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5, RUD_BRNG_NONDETERM}) {
+                   RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5, RUD_BRNG_NONDETERM, RUD_BRNG_MT19937,
+                   RUD_BRNG_SFMT19937, RUD_BRNG_MT2203 + 2}) {
     SCOPED_TRACE(brng);
     if (brng == RUD_BRNG_NONDETERM && rud::probes::rdrand_supported() == 0) continue;
     for (int n : {0, 1, 3, 15, 16, 17, 31, 32, 33, 47, 64, 65, 127, 128, 129, 250, 251, 1000}) {
@@ -180,10 +182,15 @@ TEST_P(Generators, UniformsAreTheDocumentedConversionOfTheWords) {
     double scale;
     bool centred;  // m + y s with y the signed word and m the middle of the interval
   };
-  const Case cases[] = {
-      {RUD_BRNG_MCG31, 0x1.0000000200000p-31, false}, {RUD_BRNG_R250, 0x1p-32, false},
-      {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0, false}, {RUD_BRNG_MCG59, 0x1p-59, false},
-      {RUD_BRNG_PHILOX4X32X10, 0x1p-32, true},        {RUD_BRNG_ARS5, 0x1p-32, true}};
+  const Case cases[] = {{RUD_BRNG_MCG31, 0x1.0000000200000p-31, false},
+                        {RUD_BRNG_R250, 0x1p-32, false},
+                        {RUD_BRNG_MRG32K3A, 1.0 / 4294967087.0, false},
+                        {RUD_BRNG_MCG59, 0x1p-59, false},
+                        {RUD_BRNG_PHILOX4X32X10, 0x1p-32, true},
+                        {RUD_BRNG_ARS5, 0x1p-32, true},
+                        {RUD_BRNG_MT19937, 0x1p-32, false},
+                        {RUD_BRNG_MT2203 + 1, 0x1p-32, false},
+                        {RUD_BRNG_SFMT19937, 0x1p-32, true}};
   const int n = 3001;
   for (const Case& cs : cases) {
     SCOPED_TRACE(cs.brng);
@@ -236,7 +243,8 @@ TEST_P(Generators, Mrg32k3aStandardSeedFirstUniform) {
 // width; a skip of 0 changes nothing.
 TEST_P(Generators, SkipAheadEqualsSteps) {
   const Copy& c = GetParam();
-  for (int brng : {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59}) {
+  for (int brng :
+       {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59, RUD_BRNG_MT19937, RUD_BRNG_SFMT19937}) {
     for (int k : {0, 1, 2, 3, 15, 16, 17, 33, 1000, 65537}) {
       SCOPED_TRACE(std::to_string(brng) + " skip " + std::to_string(k));
       Stream skipped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u}),
@@ -249,6 +257,34 @@ TEST_P(Generators, SkipAheadEqualsSteps) {
       stepped.words(k);
       EXPECT_EQ(skipped.words(100), stepped.words(100));
     }
+  }
+}
+
+// The twisters' jumps land where stepping does, from a full buffer, a partly used one and a
+// partly used 128-bit block, at either side of each threshold (MT19937: stepping up to 0xFFFFF;
+// SFMT19937: plain Horner up to 19967, windowed above); two jumps compose.
+TEST_P(Generators, TwisterJumpEqualsSteps) {
+  const Copy& c = GetParam();
+  const std::vector<std::uint32_t> seeds = {0xC0FFEEu, 7u};
+  for (int brng : {RUD_BRNG_MT19937, RUD_BRNG_SFMT19937}) {
+    for (int drawn : {0, 1, 5, 623, 624, 1000}) {
+      for (long long k : {1ll, 3ll, 19967ll, 19968ll, 0xFFFFFll, 0x100000ll, 0x100001ll}) {
+        SCOPED_TRACE(std::to_string(brng) + " " + std::to_string(drawn) + " then " +
+                     std::to_string(k));
+        Stream skipped(c, brng, seeds), stepped(c, brng, seeds);
+        skipped.words(drawn);
+        stepped.words(drawn + static_cast<int>(k));
+        ASSERT_EQ(c.skip(skipped.get(), k), 0);
+        EXPECT_EQ(skipped.words(1301), stepped.words(1301));
+      }
+    }
+    // 10^15 + 2 x 10^6 + 3 in one jump, or as 10^15 and then 2 x 10^6 + 3 words more.
+    Stream once(c, brng, seeds), twice(c, brng, seeds);
+    ASSERT_EQ(c.skip(once.get(), 1000000000000000ll + 2000003ll), 0);
+    ASSERT_EQ(c.skip(twice.get(), 1000000000000000ll), 0);
+    ASSERT_EQ(c.skip(twice.get(), 2000000ll), 0);
+    twice.words(3);
+    EXPECT_EQ(once.words(700), twice.words(700));
   }
 }
 
@@ -361,6 +397,14 @@ TEST_P(Generators, SeedingEdgeCases) {
     EXPECT_EQ(x[220], 1u);
     for (int k = 0; k < 32; ++k) EXPECT_EQ(x[3 + 7 * k] >> (31 - k), 1u) << k;
   }
+  {  // MT2203 members seeded alike give different words.
+    Stream m0(c, RUD_BRNG_MT2203, {5489u}), m1(c, RUD_BRNG_MT2203 + 1, {5489u}),
+        m2(c, RUD_BRNG_MT2203 + 2, {5489u});
+    const auto w0 = m0.words(100), w1 = m1.words(100), w2 = m2.words(100);
+    EXPECT_NE(w0, w1);
+    EXPECT_NE(w0, w2);
+    EXPECT_NE(w1, w2);
+  }
   // The MCG31 and MCG59 seeds that reduce or mask to zero are among the known answers.
   {  // Philox reads six words, ARS-5 eight: words past them change nothing.
     std::vector<std::uint32_t> nine = {1, 2, 3, 4, 5, 6, 7, 8, 9};
@@ -377,8 +421,9 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   Stream r250(c, RUD_BRNG_R250, {1u}), mrg(c, RUD_BRNG_MRG32K3A, {1u});
   Stream m31(c, RUD_BRNG_MCG31, {1u}), m59(c, RUD_BRNG_MCG59, {1u});
   Stream philox(c, RUD_BRNG_PHILOX4X32X10, {1u}), ars(c, RUD_BRNG_ARS5, {1u});
-  Stream hw(c, RUD_BRNG_NONDETERM, {1u});
-  for (Stream* s : {&philox, &ars, &hw}) {
+  Stream hw(c, RUD_BRNG_NONDETERM, {1u}), mt(c, RUD_BRNG_MT19937, {1u});
+  Stream sfmt(c, RUD_BRNG_SFMT19937, {1u}), set(c, RUD_BRNG_MT2203, {1u});
+  for (Stream* s : {&philox, &ars, &hw, &mt, &sfmt, &set}) {
     EXPECT_EQ(c.leapfrog(s->get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   }
   EXPECT_EQ(c.skip(hw.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
@@ -386,11 +431,16 @@ TEST_P(Generators, RefusedOperationsAndArguments) {
   EXPECT_EQ(c.skip(r250.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
   EXPECT_EQ(c.leapfrog(mrg.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
   const std::uint64_t one = 1;
-  for (Stream* s : {&r250, &m31, &m59, &hw}) {
+  EXPECT_EQ(c.skip(set.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
+  // MT2203 members past the parameter table are refused by the number check.
+  RudStreamPtr past = nullptr;
+  EXPECT_EQ(c.new_stream_ex(&past, RUD_BRNG_MT2203 + 3, 0, nullptr), RUD_RNG_ERROR_INVALID_BRNG);
+  EXPECT_EQ(past, nullptr);
+  for (Stream* s : {&r250, &m31, &m59, &hw, &mt, &sfmt, &set}) {
     EXPECT_EQ(s->row().InitStream(RUD_INIT_SKIPAHEADEX, s->get(), 1, &one),
               RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
   }
-  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw}) {
+  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw, &mt, &sfmt, &set}) {
     const auto before = s->state_bytes();
     EXPECT_EQ(s->row().InitStream(4, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
     EXPECT_EQ(s->row().InitStream(-1, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);

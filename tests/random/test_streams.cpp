@@ -112,9 +112,11 @@ TEST_F(Frames, NumberCheck) {
                          RUD_BRNG_MRG32K3A + 0xFFFFF,
                          RUD_BRNG_WH,
                          RUD_BRNG_WH + 272,
-                         RUD_BRNG_MT2203,
+                         RUD_BRNG_MT19937 + 1,
+                         RUD_BRNG_MT2203 + 3,
+                         RUD_BRNG_MT2203 + 6024,
                          RUD_BRNG_PHILOX4X32X10 + 1,
-                         RUD_BRNG_SFMT19937,
+                         RUD_BRNG_SFMT19937 + 1,
                          RUD_BRNG_IABSTRACT,
                          RUD_BRNG_DABSTRACT,
                          RUD_BRNG_SABSTRACT,
@@ -497,6 +499,9 @@ const GeneratorRow kGenerators[] = {
     {"mcg59", RUD_BRNG_MCG59, true, true, 8},
     {"ars5", RUD_BRNG_ARS5, false, true, 32},
     {"philox4x32x10", RUD_BRNG_PHILOX4X32X10, false, true, 32},
+    {"mt19937", RUD_BRNG_MT19937, false, true, 2500},
+    {"sfmt19937", RUD_BRNG_SFMT19937, false, true, 2500},
+    {"mt2203", RUD_BRNG_MT2203, false, false, 280},
 };
 const unsigned int kSeeds[6] = {20240611u, 7u, 99u, 5u, 4000000000u, 3u};
 
