@@ -210,6 +210,9 @@ int new_stream_ex(RudStreamPtr* stream, int brng, int n, const unsigned int* par
     *stream = nullptr;
     return RUD_ERROR_MEM_FAILURE;
   }
+  // Bytes a generator leaves unused behind its state still go into saved images: keep them zero,
+  // so that an image depends on the stream alone.
+  std::memset(record, 0, static_cast<std::size_t>(row->StreamStateSize));
   rud::StreamHeader* h = rud::header(record);
   h->brng = brng;
   h->valid = 1;
