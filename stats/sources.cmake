@@ -12,4 +12,5 @@ tvx_add_variant_family(rud_stats
   stats/extremes.cpp
   stats/deviation.cpp
   stats/quantiles.cpp
+  stats/stream.cpp
 )

@@ -25,7 +25,7 @@ using tvx::ss::kMaxFieldCode;
   X(robust, 0x40000LL, nullptr)                              \
   X(partial, 0x300000LL, nullptr)                            \
   X(quantiles, 0x30000LL, &quantiles_group<T>)               \
-  X(stream_quantiles, 0x1000000LL, nullptr)                  \
+  X(stream_quantiles, 0x1000000LL, &stream_group<T>)         \
   X(parametrization, 0x800000LL, nullptr)
 
 struct Group {

@@ -13,6 +13,8 @@
 
 #include "runtime/settings.h"
 #include "stats/entries.h"
+#include "stats/stream.h"
+#include "stats/task.h"
 #include "tests/support/variants.h"
 #include "tvx_stats.h"
 
@@ -241,6 +243,97 @@ TEST(StatsOrder, SortInPlace) {
         ASSERT_EQ(x[storage == kRows ? size_t(v) * n + i : size_t(i) * p + v], s[i]) << storage;
     }
   }
+}
+
+// ---- Stream quantiles ---------------------------------------------------------------------------
+struct StreamRun {
+  std::vector<double> answer, repeat;  // last block's answer; the answer of a following n = 0 call
+  std::int64_t epochs = 0, cells = 0;  // summary size of variable 0
+};
+
+// Feeds the variables-in-columns matrix x (p x total) in blocks; answers with the last block and
+// again with an empty call.
+StreamRun run_stream(const std::vector<double>& x, int p, int total, int block, double eps,
+                     const std::vector<double>& orders) {
+  int n = block, storage = kCols, m = static_cast<int>(orders.size()), one = 1;
+  StreamRun r;
+  r.answer.assign(size_t(p) * m, -777);
+  RudSSTaskPtr task;
+  EXPECT_EQ(ruddSSNewTask(&task, &p, &n, &storage, x.data(), nullptr, nullptr), 0);
+  ruddSSEditStreamQuantiles(task, &m, orders.data(), r.answer.data(), &one, &eps);
+  for (int done = 0; done < total; done += n) {
+    n = std::min(block, total - done);
+    ruddSSEditTask(task, RUD_SS_FIELD_OBSERVATIONS, x.data() + size_t(done) * p);
+    const bool last = done + n == total;
+    EXPECT_EQ(
+        ruddSSCompute(task, RUD_SS_ESTIMATE_STREAM_QUANTILES,
+                      last ? RUD_SS_METHOD_STREAM_WITH_ANSWER : RUD_SS_METHOD_STREAM_SUMMARY_ONLY),
+        0);
+  }
+  r.repeat = r.answer;
+  std::fill(r.answer.begin(), r.answer.end(), -777);
+  std::swap(r.answer, r.repeat);
+  n = 0;
+  ruddSSEditTask(task, RUD_SS_FIELD_STREAM_QUANTILES, r.repeat.data());
+  EXPECT_EQ(ruddSSCompute(task, RUD_SS_ESTIMATE_STREAM_QUANTILES, RUD_SS_METHOD_STREAM_WITH_ANSWER),
+            0);
+  const auto* s =
+      static_cast<const tvx::ss::StreamSummary*>(static_cast<tvx::ss::Task*>(task)->stream_summary);
+  const tvx::ss::StreamDescriptor& d = s->variables[0];
+  r.epochs = d.epoch_count;
+  for (std::int64_t k = 0; k < d.epoch_count; ++k)
+    r.cells += (d.epochs[k].level_limit + 2) * (d.epochs[k].block_size + 1);
+  rudSSDeleteTask(&task);
+  return r;
+}
+
+// Every answer's true rank range meets [qN - eps N, qN + eps N]; the summary holds O(log(eps N))
+// epochs of O(log(eps N) / eps) cells per level; an empty call repeats the answer; thread count
+// does not change it.
+TEST(StatsStream, RankErrorWithinEpsForEveryBlockSize) {
+  const int p = 2, total = 200000;
+  std::mt19937_64 g(11);
+  std::normal_distribution<double> z;
+  std::vector<double> x(size_t(p) * total);
+  for (int i = 0; i < total; ++i) {
+    x[size_t(i) * p] = z(g);
+    x[size_t(i) * p + 1] = std::floor(z(g) * 20);  // ties
+  }
+  std::vector<std::vector<double>> sorted(p);
+  for (int v = 0; v < p; ++v) {
+    for (int i = 0; i < total; ++i) sorted[v].push_back(x[size_t(i) * p + v]);
+    std::sort(sorted[v].begin(), sorted[v].end());
+  }
+  const std::vector<double> orders = {0, 0.001, 0.1, 0.25, 0.5, 0.75, 0.9, 0.999, 1};
+  const int m = static_cast<int>(orders.size());
+  for (double eps : {0.1, 0.01, 0.001})
+    for (int block : {1, 1000, 100000}) {
+      if (block == 1 && eps != 0.01) continue;  // one-observation blocks: one eps is enough time
+      SCOPED_TRACE(testing::Message() << "eps " << eps << " block " << block);
+      const StreamRun r = run_stream(x, p, total, block, eps, orders);
+      EXPECT_EQ(r.answer, r.repeat);
+      for (int v = 0; v < p; ++v)
+        for (int k = 0; k < m; ++k) {
+          const double a = r.answer[size_t(v) * m + k];
+          const auto& s = sorted[v];
+          const double lo = double(std::lower_bound(s.begin(), s.end(), a) - s.begin()) + 1;
+          const double hi = double(std::upper_bound(s.begin(), s.end(), a) - s.begin());
+          const double want = orders[k] * total, slack = eps * total;
+          EXPECT_TRUE(hi >= lo && lo <= want + slack && hi >= want - slack)
+              << "var " << v << " q " << orders[k] << " answer " << a << " ranks " << lo << ".."
+              << hi;
+        }
+      const double l = std::log2(eps * total) + 2;
+      EXPECT_LE(r.epochs, static_cast<std::int64_t>(l));
+      EXPECT_LE(double(r.cells), r.epochs * (l + 3) * (l / eps + 1));
+      if (block == 1000) {
+        const int old = tvx_set_num_threads_local(1);
+        const StreamRun one = run_stream(x, p, total, block, eps, orders);
+        tvx_set_num_threads_local(old);
+        EXPECT_EQ(std::memcmp(one.answer.data(), r.answer.data(), r.answer.size() * sizeof(double)),
+                  0);
+      }
+    }
 }
 
 }  // namespace

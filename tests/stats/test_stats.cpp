@@ -26,7 +26,7 @@ constexpr int kRows = RUD_SS_STORAGE_VARIABLES_IN_ROWS, kCols = RUD_SS_STORAGE_V
 // ---- Checks, in the order the editors and compute make them -------------------------------------
 struct Fixture {
   int p = 3, n = 4, storage = kRows, cov_storage = RUD_SS_MATRIX_FULL, m = 2;
-  int sel[3] = {1, 0, 1};
+  int sel[3] = {1, 0, 1}, param_count = 1;
   double x[12] = {1, 2, 3, 4, 2, 4, 6, 9, -1, 0, 1, 5};
   double out[9][9] = {};
   RudSSTaskPtr task = nullptr;
@@ -37,6 +37,16 @@ struct Fixture {
   void quant(int count) {
     m = count;
     ruddSSEditQuantiles(task, &m, out[25 % 9], out[26 % 9], nullptr, nullptr);
+  }
+  // Stream fields registered in the order compute checks them, the first `upto` of them: output,
+  // orders (zeros), order count m, parameter count, eps = 0.1.
+  void stream(int upto) {
+    double* fields[] = {out[66 % 9], out[65 % 9]};
+    for (int k = 0; k < upto && k < 2; ++k) ruddSSEditTask(task, 66 - k, fields[k]);
+    if (upto > 2) rudiSSEditTask(task, RUD_SS_FIELD_STREAM_ORDER_COUNT, &m);
+    if (upto > 3) rudiSSEditTask(task, RUD_SS_FIELD_STREAM_PARAM_COUNT, &param_count);
+    out[63 % 9][0] = 0.1;
+    if (upto > 4) ruddSSEditTask(task, RUD_SS_FIELD_STREAM_PARAMS, out[63 % 9]);
   }
   void in_place(int out_storage) {
     m = out_storage;
@@ -57,6 +67,7 @@ const long long kQ = RUD_SS_ESTIMATE_QUANTILES, kOS = RUD_SS_ESTIMATE_ORDER_STAT
                 kMad = RUD_SS_ESTIMATE_MEDIAN_ABSOLUTE_DEVIATION,
                 kMeanAd = RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION;
 constexpr int kSort = RUD_SS_METHOD_SORT;
+const long long kStream = RUD_SS_ESTIMATE_STREAM_QUANTILES;
 
 // One check per line.
 // clang-format off
@@ -139,6 +150,26 @@ const CheckRow kChecks[] = {
     {"sorted: output storage value", [](Fixture& f) { f.reg(78); f.m = 3; rudiSSEditTask(f.task, 79, &f.m); return ruddSSCompute(f.task, kSorted, kSort); }, -4003},
     {"sorted: method", [](Fixture& f) { f.in_place(kRows); return ruddSSCompute(f.task, kSorted, 1); }, -4029},
     {"sorted: in place", [](Fixture& f) { f.in_place(kRows); int s = ruddSSCompute(f.task, kSorted, kSort); return s + (f.x[8] == -1 && f.x[11] == 5 ? 0 : 1); }, 0},
+    // Stream quantiles.
+    {"stream: n negative", [](Fixture& f) { f.n = -1; return ruddSSCompute(f.task, kStream, 0x40); }, -4002},
+    {"stream: bad storage", [](Fixture& f) { f.storage = 3; return ruddSSCompute(f.task, kStream, 0x40); }, -4003},
+    {"stream: n 0 reads no data", [](Fixture& f) { f.n = 0; f.storage = 3; f.stream(5); return ruddSSCompute(f.task, kStream, 0x40); }, 0},
+    {"stream: output missing", [](Fixture& f) { return ruddSSCompute(f.task, kStream, 0x40); }, -4070},
+    {"stream: orders missing", [](Fixture& f) { f.stream(1); return ruddSSCompute(f.task, kStream, 0x40); }, -4068},
+    {"stream: count missing", [](Fixture& f) { f.stream(2); return ruddSSCompute(f.task, kStream, 0x40); }, -4069},
+    {"stream: count negative", [](Fixture& f) { f.stream(3); f.m = -1; return ruddSSCompute(f.task, kStream, 0x40); }, -4069},
+    {"stream: parameter count missing", [](Fixture& f) { f.stream(3); return ruddSSCompute(f.task, kStream, 0x40); }, -4064},
+    {"stream: parameter count 2", [](Fixture& f) { f.stream(4); f.param_count = 2; return ruddSSCompute(f.task, kStream, 0x40); }, -4066},
+    {"stream: order above 1", [](Fixture& f) { f.stream(4); f.out[65 % 9][1] = 1.01; return ruddSSCompute(f.task, kStream, 0x40); }, -4069},
+    {"stream: parameters missing", [](Fixture& f) { f.stream(4); return ruddSSCompute(f.task, kStream, 0x40); }, -4065},
+    {"stream: method", [](Fixture& f) { f.stream(5); return ruddSSCompute(f.task, kStream, 1); }, -4029},
+    {"stream: eps 0", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 0; return ruddSSCompute(f.task, kStream, 0x80); }, -4067},
+    {"stream: eps above 1", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1.5; return ruddSSCompute(f.task, kStream, 0x40); }, -4067},
+    {"stream: eps 1", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1; return ruddSSCompute(f.task, kStream, 0x40); }, 0},
+    {"stream: empty selection", [](Fixture& f) { f.stream(5); f.sel[0] = f.sel[2] = 0; rudiSSEditTask(f.task, 5, f.sel); return ruddSSCompute(f.task, kStream, 0x40); }, -4004},
+    {"stream: variable added later", [](Fixture& f) { f.stream(5); rudiSSEditTask(f.task, 5, f.sel); ruddSSCompute(f.task, kStream, 0x40); f.sel[1] = 1; return ruddSSCompute(f.task, kStream, 0x40); }, -4004},
+    {"stream: variable dropped later", [](Fixture& f) { f.stream(5); ruddSSCompute(f.task, kStream, 0x40); rudiSSEditTask(f.task, 5, f.sel); return ruddSSCompute(f.task, kStream, 0x40); }, 0},
+    {"stream: summary only leaves the output", [](Fixture& f) { f.stream(5); f.out[3][0] = 9; int s = ruddSSCompute(f.task, kStream, 0x80); return s + (f.out[3][0] == 9 ? 0 : 1); }, 0},
     // Groups this build lacks are refused, after the groups before them ran.
     {"pooled: not available", [](Fixture& f) { f.reg(7); int s = ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_POOLED_MEAN, 2); return s + (f.out[7][0] == 2.5 ? 0 : 1); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
     {"missing values run alone", [](Fixture& f) { return ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_MISSING_VALUES, 2); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
