@@ -7,6 +7,7 @@
 // holding a NaN is NaN, whatever the order.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <cstdint>
@@ -144,6 +145,85 @@ T select_kth(T* a, std::int64_t lo, std::int64_t hi, std::int64_t k) {
     if (j <= k) lo = i;
   }
 }
+
+// k-th smallest values of one buffer (no NaN), asked one after another. Every partition the
+// selector makes is remembered as a cut c (nothing left of c above anything right of it), so a
+// later order searches only between the two cuts around it. Large ranges are first narrowed by
+// branch-free partitions around two pivots taken from a sorted sample, which bracket the k-th
+// value with high probability; the median-of-three selection finishes a small range, and takes
+// over whenever a sample pass fails to shrink the range by a quarter (many ties, for instance).
+template <class T>
+class Selector {
+ public:
+  static constexpr std::int64_t kCutsPerSelect = 160;
+
+  Selector(T* a, std::int64_t n, std::int64_t* cuts, std::int64_t capacity)
+      : a_(a), n_(n), cuts_(cuts), capacity_(capacity) {}
+
+  T kth(std::int64_t k) {
+    std::int64_t lo = 0, hi = n_;  // search range [lo, hi)
+    for (std::int64_t c = 0; c < count_; ++c) {
+      const std::int64_t x = cuts_[c];
+      if (x <= k && x > lo) lo = x;
+      if (x > k && x < hi) hi = x;
+    }
+    if (hi - lo == 1) return a_[k];
+    while (hi - lo > kSmall) {
+      const std::int64_t len = hi - lo;
+      T sample[kSample];
+      for (int j = 0; j < kSample; ++j) sample[j] = a_[lo + (len * j + len / 2) / kSample];
+      quicksort(sample, kSample);
+      const double at = (static_cast<double>(k - lo) + 0.5) * kSample / static_cast<double>(len);
+      const auto r1 = static_cast<int>(std::max(0.0, at - kSpread));
+      const auto r2 = static_cast<int>(std::min(kSample - 1.0, at + kSpread));
+      // The nearer end first: the second pass then runs over the shorter side.
+      const bool low_side = k - lo < hi - k;
+      const std::int64_t before = len;
+      for (int pass = 0; pass < 2; ++pass) {
+        const bool upper = (pass == 0) == low_side;
+        if (!upper && r1 == 0) continue;  // no lower pivot below the whole sample
+        const T pivot = sample[upper ? r2 : r1];
+        const std::int64_t c = partition_below(lo, hi, pivot);
+        add_cut(c);
+        if (k < c)
+          hi = c;
+        else
+          lo = c;
+      }
+      if (4 * (hi - lo) > 3 * before) break;
+    }
+    const T v = select_kth(a_, lo, hi - 1, k);
+    add_cut(k);
+    add_cut(k + 1);
+    return v;
+  }
+
+ private:
+  static constexpr std::int64_t kSmall = 4096;
+  static constexpr int kSample = 1024;
+  static constexpr double kSpread = 48;  // 1.5 standard deviations of a sample rank, at worst
+
+  // a[lo, hi) rearranged so that values below the pivot come first; returns their end.
+  std::int64_t partition_below(std::int64_t lo, std::int64_t hi, T pivot) {
+    std::int64_t i = lo;
+    for (std::int64_t j = lo; j < hi; ++j) {
+      const T t = a_[j];
+      a_[j] = a_[i];
+      a_[i] = t;
+      i += t < pivot;
+    }
+    return i;
+  }
+
+  void add_cut(std::int64_t c) {
+    if (c > 0 && c < n_ && count_ < capacity_) cuts_[count_++] = c;
+  }
+
+  T* a_;
+  std::int64_t n_;
+  std::int64_t* cuts_;
+  std::int64_t capacity_, count_ = 0;
+};
 
 // Position h = q (n-1) of the linear quantile, split into its integer part and fraction.
 inline std::int64_t quantile_index(double q, std::int64_t n, double* frac) {

@@ -6,48 +6,27 @@
 
 namespace tvx::TVX_VNS::ss {
 
+// Cuts kept per member: enough for two selections per order, within a fixed ceiling (cuts only
+// save work; a selector that runs out stops recording them).
+inline std::int64_t cut_capacity(std::int64_t m) {
+  constexpr std::int64_t kCeiling = 8192;
+  return m > kCeiling ? kCeiling : std::min(kCeiling, 2 * m * 160);
+}
+
 template <class T>
 void quantiles_by_selection(T* a, std::int64_t n, const T* orders, std::int64_t m, T* out,
-                            std::int64_t* fixed) {
+                            std::int64_t* cuts) {
   if (nan_to_end(a, n) < n) {
     for (std::int64_t k = 0; k < m; ++k) out[k] = std::numeric_limits<T>::quiet_NaN();
     return;
   }
-  // Positions already in their sorted place: everything left of one is not above it, everything
-  // right not below. Each new selection runs only between the nearest two of them.
-  std::int64_t nfixed = 0;
-  auto bounds = [&](std::int64_t k, std::int64_t* left, std::int64_t* right) {
-    *left = -1;
-    *right = n;
-    for (std::int64_t f = 0; f < nfixed; ++f) {
-      const std::int64_t x = fixed[f];
-      if (x <= k && x > *left) *left = x;
-      if (x >= k && x < *right) *right = x;
-    }
-  };
+  Selector<T> select(a, n, cuts, cut_capacity(m));
   for (std::int64_t o = 0; o < m; ++o) {
     double frac;
     const std::int64_t k = quantile_index(static_cast<double>(orders[o]), n, &frac);
-    std::int64_t left, right;
-    bounds(k, &left, &right);
-    if (left != k) {
-      select_kth(a, left + 1, right - 1, k);
-      fixed[nfixed++] = k;
-    }
-    T hi = a[k];
-    if (k < n - 1) {
-      bounds(k + 1, &left, &right);
-      if (left != k + 1) {
-        // Everything from k+1 to the next fixed place is not below a[k]: its least is s[k+1].
-        std::int64_t at = k + 1;
-        for (std::int64_t i = k + 2; i < right; ++i)
-          if (a[i] < a[at]) at = i;
-        std::swap(a[k + 1], a[at]);
-        fixed[nfixed++] = k + 1;
-      }
-      hi = a[k + 1];
-    }
-    out[o] = a[k] + (hi - a[k]) * static_cast<T>(frac);
+    const T lo = select.kth(k);
+    const T hi = k < n - 1 ? select.kth(k + 1) : lo;
+    out[o] = lo + (hi - lo) * static_cast<T>(frac);
   }
 }
 
@@ -55,8 +34,8 @@ template <class T>
 T median_by_selection(T* a, std::int64_t n) {
   const T half = static_cast<T>(0.5);
   T out;
-  std::int64_t fixed[2];
-  quantiles_by_selection(a, n, &half, 1, &out, fixed);
+  std::int64_t cuts[2 * Selector<T>::kCutsPerSelect];
+  quantiles_by_selection(a, n, &half, 1, &out, cuts);
   return out;
 }
 
@@ -113,8 +92,8 @@ struct OrderContext {
   T* quantiles;    // null when not asked
   T* order_stats;  // null when not asked
   const std::int64_t* vars;
-  T* scratch;           // n reals per member
-  std::int64_t* fixed;  // 2m positions per member
+  T* scratch;          // n reals per member
+  std::int64_t* cuts;  // cuts of the selector, per member
 };
 
 template <class T>
@@ -125,7 +104,7 @@ void order_one(std::int64_t c, int thread, int, void* context) {
   if (o.order_stats == nullptr) {
     gather(o.x, v, o.n, o.p, o.cols, s);
     quantiles_by_selection(s, o.n, o.orders, o.m, o.quantiles + c * o.m,
-                           o.fixed + static_cast<std::int64_t>(thread) * 2 * o.m);
+                           o.cuts + static_cast<std::int64_t>(thread) * cut_capacity(o.m));
     return;
   }
   // Sort where the result is contiguous: the output row itself, or the scratch row when the
@@ -203,15 +182,15 @@ int quantiles_group(Task* t, std::int64_t estimates, std::uint32_t method,
   if (!bytes_of(static_cast<std::size_t>(n), 8, 1, &row_bytes))
     return RUD_SS_ERROR_ALLOCATION_FAILURE;
   const int team = team_for(services, p, row_bytes, kGiB);
-  Scratch list, rows, fixed;
+  Scratch list, rows, cuts;
   std::int64_t count;
   std::size_t bytes;
   if (!selected_list(t, p, &list, &count) ||
       !bytes_of(static_cast<std::size_t>(team), static_cast<std::size_t>(n), sizeof(T), &bytes) ||
       !rows.take(bytes, false) ||
-      !bytes_of(static_cast<std::size_t>(team), static_cast<std::size_t>(2 * m + 1),
+      !bytes_of(static_cast<std::size_t>(team), static_cast<std::size_t>(cut_capacity(m) + 1),
                 sizeof(std::int64_t), &bytes) ||
-      !fixed.take(bytes, false))
+      !cuts.take(bytes, false))
     return RUD_SS_ERROR_ALLOCATION_FAILURE;
   OrderContext<T> c{p,
                     n,
@@ -224,7 +203,7 @@ int quantiles_group(Task* t, std::int64_t estimates, std::uint32_t method,
                     want_os ? static_cast<T*>(t->order_statistics) : nullptr,
                     list.as<std::int64_t>(),
                     rows.as<T>(),
-                    fixed.as<std::int64_t>()};
+                    cuts.as<std::int64_t>()};
   services->parallel_for(count, &c, team, &order_one<T>);
   return 0;
 }
