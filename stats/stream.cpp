@@ -88,18 +88,22 @@ std::int64_t epoch_capacity(std::int64_t k, double eps) {
   const int e = k > 60 ? 60 : static_cast<int>(k);
   const double a = static_cast<double>((std::int64_t{1} << (e + 2)) - 1);
   const double b = static_cast<double>((std::int64_t{1} << (e + 1)) - 1);
-  const std::int64_t c = static_cast<std::int64_t>(std::floor(a / eps)) -
-                         static_cast<std::int64_t>(std::floor(b / eps));
-  return c < 1 ? 1 : c;
+  // Exact while the quotients stay below 2^53; clamped where a tiny eps would overflow.
+  const double c = std::floor(a / eps) - std::floor(b / eps);
+  return c < 1 ? 1 : c > 0x1p62 ? std::int64_t{1} << 62 : static_cast<std::int64_t>(c);
 }
 
 // Appends epoch k to a descriptor. False on allocation failure, the descriptor unchanged.
 bool open_epoch(StreamDescriptor* d, std::int64_t k, double eps) {
-  const double l2 =
-      std::log(static_cast<double>(epoch_capacity(k, eps)) * eps) * 1.4426950408889634;
-  std::int64_t b = static_cast<std::int64_t>(l2 / eps);
+  const std::int64_t capacity = epoch_capacity(k, eps);
+  // A capacity at the clamp or a buffer beyond 2^40 values cannot be had (eps below about
+  // 1e-11): out of memory.
+  if (capacity >= std::int64_t{1} << 62) return false;
+  const double l2 = std::log(static_cast<double>(capacity) * eps) * 1.4426950408889634;
+  const double size = l2 / eps;
+  if (!(size < 0x1p40)) return false;
   // At least two, so that a compressed list keeps an entry.
-  if (b < 2) b = 2;
+  const std::int64_t b = size < 2 ? 2 : static_cast<std::int64_t>(size);
   std::int64_t levels = static_cast<std::int64_t>(l2 + 2);
   if (levels < 1) levels = 1;
   std::size_t cells, bytes;
@@ -162,7 +166,7 @@ void feed_one(std::int64_t v, int, int, void* context) {
   auto& c = *static_cast<FeedContext<T>*>(context);
   StreamDescriptor& d = c.summary->variables[v];
   if (!d.selected) return;
-  StreamEpoch& e = d.epochs[d.current_epoch];
+  StreamEpoch& e = d.epochs[d.epoch_count - 1];
   const std::int64_t b = e.block_size, h = b / 2;
   double* buf = e.values;
   std::int64_t left = c.count, i = c.start;
@@ -265,6 +269,7 @@ int stream_group(Task* t, std::int64_t, std::uint32_t method, const tvx_thread_s
     s = static_cast<StreamSummary*>(tvx_calloc(1, bytes, 64));
     if (s == nullptr) return RUD_SS_ERROR_ALLOCATION_FAILURE;
     s->variable_count = p;
+    s->eps = eps;
     for (std::int64_t v = 0; v < p; ++v) {
       s->variables[v].current_epoch = -1;
       s->variables[v].selected = selected(t, v);
@@ -272,6 +277,8 @@ int stream_group(Task* t, std::int64_t, std::uint32_t method, const tvx_thread_s
     t->stream_summary = s;
     t->hooks[t->hook_count++] = &free_summary;
   }
+  // A stream keeps the accuracy it started with (a later value is checked, not used).
+  const double stream_eps = s->eps;
   std::int64_t first = 0;  // a taking-part variable: all of them are fed alike
   while (!s->variables[first].selected) ++first;
 
@@ -280,20 +287,17 @@ int stream_group(Task* t, std::int64_t, std::uint32_t method, const tvx_thread_s
                     0, n > 0 && columns_layout(storage, p)};
   std::int64_t r = n;
   while (r > 0) {
-    StreamDescriptor& d0 = s->variables[first];
-    std::int64_t room = 0;
-    if (d0.current_epoch >= 0) {
-      const StreamEpoch& e = d0.epochs[d0.current_epoch];
-      room = epoch_capacity(d0.current_epoch, eps) - e.observation_total;
-    }
-    if (room <= 0) {
-      const std::int64_t k = d0.current_epoch + 1;
-      for (std::int64_t v = 0; v < p; ++v) {
-        StreamDescriptor& d = s->variables[v];
-        if (!d.selected || d.current_epoch == k) continue;
-        if (!open_epoch(&d, k, eps)) return RUD_SS_ERROR_ALLOCATION_FAILURE;
-      }
-      room = epoch_capacity(k, eps);
+    const StreamDescriptor& d0 = s->variables[first];
+    std::int64_t k = d0.current_epoch, room = 0;
+    if (k >= 0)
+      room = epoch_capacity(k, stream_eps) - d0.epochs[d0.epoch_count - 1].observation_total;
+    if (room <= 0) room = epoch_capacity(++k, stream_eps);
+    // Every taking-part variable opens epoch k; one that failed to at an earlier call (out of
+    // memory) catches up here.
+    for (std::int64_t v = 0; v < p; ++v) {
+      StreamDescriptor& d = s->variables[v];
+      if (d.selected && d.current_epoch != k && !open_epoch(&d, k, stream_eps))
+        return RUD_SS_ERROR_ALLOCATION_FAILURE;
     }
     fc.count = room < r ? room : r;
     services->parallel_for(p, &fc, 0, &feed_one<T>);

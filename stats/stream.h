@@ -30,6 +30,7 @@ struct StreamDescriptor {
 
 struct StreamSummary {
   std::int64_t variable_count;
+  double eps;                     // the accuracy of the first call, kept for the whole stream
   StreamDescriptor variables[1];  // variable_count of them
 };
 

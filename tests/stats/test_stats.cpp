@@ -165,6 +165,7 @@ const CheckRow kChecks[] = {
     {"stream: method", [](Fixture& f) { f.stream(5); return ruddSSCompute(f.task, kStream, 1); }, -4029},
     {"stream: eps 0", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 0; return ruddSSCompute(f.task, kStream, 0x80); }, -4067},
     {"stream: eps above 1", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1.5; return ruddSSCompute(f.task, kStream, 0x40); }, -4067},
+    {"stream: eps too small for memory", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1e-300; return ruddSSCompute(f.task, kStream, 0x40); }, -4000},
     {"stream: eps 1", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1; return ruddSSCompute(f.task, kStream, 0x40); }, 0},
     {"stream: empty selection", [](Fixture& f) { f.stream(5); f.sel[0] = f.sel[2] = 0; rudiSSEditTask(f.task, 5, f.sel); return ruddSSCompute(f.task, kStream, 0x40); }, -4004},
     {"stream: variable added later", [](Fixture& f) { f.stream(5); rudiSSEditTask(f.task, 5, f.sel); ruddSSCompute(f.task, kStream, 0x40); f.sel[1] = 1; return ruddSSCompute(f.task, kStream, 0x40); }, -4004},
