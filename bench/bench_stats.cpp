@@ -3,7 +3,9 @@
 // 10 variables x 1e6 observations in double, variables in rows (numpy's C order for an array of
 // shape (10, 1e6)), on one and two threads (dynamic adjustment off). Cases: mean, variance
 // (central moment 2), covariance and correlation, each by the fast and the one-pass method;
-// the OpenMP loop computes the mean and the covariance by two plain passes. The figure is
+// the OpenMP loop computes the mean and the covariance by two plain passes. Order cases, one
+// thread: five exact quantiles, order statistics (the sorted rows), and stream quantiles with
+// eps = 0.001 fed in blocks of 1e5 observations. The figure is
 // ns_per_element: time per call over p * n. After the benchmarks the program runs the numpy
 // script (bench/peers/stats_numpy.py) on the same shape, so one command gives both tables.
 #include <benchmark/benchmark.h>
@@ -113,6 +115,50 @@ void BM_openmp_cov(benchmark::State& state) {
   }
   per_element(state);
 }
+
+// Order-based groups on one thread. Quantiles: orders 0.05, 0.25, 0.5, 0.75, 0.95 (selection,
+// no full sort). Order statistics: every variable sorted into its output row. Stream: the whole
+// matrix fed in blocks of 1e5 observations into a fresh summary, with the answer at the end.
+void BM_tvx_order(benchmark::State& state, long long estimate) {
+  team(1);
+  int p = kP, n = kN, storage = RUD_SS_STORAGE_VARIABLES_IN_ROWS, m = 5, one = 1;
+  double orders[] = {0.05, 0.25, 0.5, 0.75, 0.95}, eps = 0.001;
+  std::vector<double> q(kP * m),
+      os(estimate == RUD_SS_ESTIMATE_ORDER_STATISTICS ? data().x.size() : 0);
+  for (auto _ : state) {
+    RudSSTaskPtr task;
+    if (estimate == RUD_SS_ESTIMATE_STREAM_QUANTILES) {
+      // Variables in columns, so that each block is one contiguous slice of the matrix: the
+      // stored rows are read as columns of a matrix of kN x kP (the values differ, not the work).
+      int block = 100000, cols = RUD_SS_STORAGE_VARIABLES_IN_COLUMNS;
+      ruddSSNewTask(&task, &p, &block, &cols, data().x.data(), nullptr, nullptr);
+      ruddSSEditStreamQuantiles(task, &m, orders, q.data(), &one, &eps);
+      for (int done = 0; done < kN; done += block) {
+        ruddSSEditTask(task, RUD_SS_FIELD_OBSERVATIONS, data().x.data() + size_t(done) * kP);
+        const int method = done + block == kN ? RUD_SS_METHOD_STREAM_WITH_ANSWER
+                                              : RUD_SS_METHOD_STREAM_SUMMARY_ONLY;
+        if (ruddSSCompute(task, estimate, method) != 0) state.SkipWithError("compute failed");
+      }
+    } else {
+      ruddSSNewTask(&task, &p, &n, &storage, data().x.data(), nullptr, nullptr);
+      ruddSSEditQuantiles(task, &m, orders, q.data(), os.data(), &storage);
+      if (ruddSSCompute(task, estimate, RUD_SS_METHOD_FAST) != 0)
+        state.SkipWithError("compute failed");
+    }
+    rudSSDeleteTask(&task);
+    benchmark::DoNotOptimize(q.data());
+  }
+  per_element(state);
+}
+BENCHMARK_CAPTURE(BM_tvx_order, quantiles_5, RUD_SS_ESTIMATE_QUANTILES)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(BM_tvx_order, order_statistics, RUD_SS_ESTIMATE_ORDER_STATISTICS)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(BM_tvx_order, stream_quantiles_eps_0_001, RUD_SS_ESTIMATE_STREAM_QUANTILES)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 constexpr long long kMean = RUD_SS_ESTIMATE_MEAN, kVar = RUD_SS_ESTIMATE_CENTRAL_MOMENT_2;
 constexpr long long kCov = RUD_SS_ESTIMATE_COVARIANCE, kCor = RUD_SS_ESTIMATE_CORRELATION;

@@ -77,7 +77,7 @@ if(TVX_DPKG_SHLIBDEPS)
 else()
   message(STATUS "dpkg-shlibdeps not found (Debian package dpkg-dev): the Debian package lists "
                  "its dependencies by hand")
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libgomp1, libstdc++6, libgcc-s1, libc6")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libgomp1, libstdc++6, libgcc-s1, libc6, libhwy1")
 endif()
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "pkg-config, cmake")
 include(CPack)

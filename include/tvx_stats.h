@@ -276,9 +276,9 @@ typedef void* RudSSTaskPtr;
 #define RUD_SS_ERROR_NULL_MEAN_ABSOLUTE_DEVIATION (-4083)
 #define RUD_SS_ERROR_NULL_SORTED_OBSERVATIONS (-4084)
 #define RUD_SS_ERROR_SORT_IN_PLACE_SELECTION (-4085)
-/* An estimate whose group this build does not contain yet (quantiles, sorting, pooled, robust,
- * outliers, partial, missing values, stream quantiles, parametrization, the median absolute
- * deviation). Compute stops there; groups earlier in the order keep what they wrote. */
+/* An estimate whose group this build does not contain yet (pooled, robust, outliers, partial,
+ * missing values, parametrization). Compute stops there; groups earlier in the order keep what
+ * they wrote. */
 #define RUD_SS_ERROR_GROUP_NOT_AVAILABLE (-4090)
 #define RUD_SS_ERROR_PARTIAL_FACTOR_FAILURE (-5010)
 #define RUD_SS_ERROR_PARTIAL_INVERSE_FAILURE (-5011)

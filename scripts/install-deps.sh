@@ -8,7 +8,7 @@ packages=(
   libxsimd-dev libopenblas-dev libopenblas-openmp-dev liblapacke-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libmpfr-dev libgmp-dev
-  libsleef-dev libgsl-dev python3-numpy
+  libsleef-dev libgsl-dev libhwy-dev python3-numpy
   librandom123-dev librandom123-doc
   binutils dpkg-dev
   clang libclang-rt-14-dev libomp-dev

@@ -24,6 +24,15 @@ template <class T>
 int extremes_group(Task* task, std::int64_t estimates, std::uint32_t method,
                    const tvx_thread_services* services);
 template <class T>
+int quantiles_group(Task* task, std::int64_t estimates, std::uint32_t method,
+                    const tvx_thread_services* services);
+template <class T>
+int sorted_group(Task* task, std::int64_t estimates, std::uint32_t method,
+                 const tvx_thread_services* services);
+template <class T>
+int stream_group(Task* task, std::int64_t estimates, std::uint32_t method,
+                 const tvx_thread_services* services);
+template <class T>
 int deviation_group(Task* task, std::int64_t estimates, std::uint32_t method,
                     const tvx_thread_services* services);
 
@@ -31,6 +40,10 @@ int deviation_group(Task* task, std::int64_t estimates, std::uint32_t method,
 // the mean absolute deviation.
 template <class T>
 T run_mean(const T* x, const T* w, std::int64_t n);
+
+// Median of n values by selection (reorders a); NaN when one of them is NaN.
+template <class T>
+T median_by_selection(T* a, std::int64_t n);
 
 // Layout of the observation matrix from the storage value: variables in columns only when p > 1
 // and the rows bit is clear.

@@ -3,6 +3,7 @@
 # instruction-set variant (five copies).
 target_sources(tvx_core PRIVATE
   stats/exports.cpp
+  stats/vqsort.cpp
 )
 
 tvx_add_variant_family(rud_stats
@@ -10,4 +11,6 @@ tvx_add_variant_family(rud_stats
   stats/basic.cpp
   stats/extremes.cpp
   stats/deviation.cpp
+  stats/quantiles.cpp
+  stats/stream.cpp
 )

@@ -17,15 +17,15 @@ using tvx::ss::kMaxFieldCode;
 #define TVX_SS_GROUPS(X, T)                                  \
   X(missing_values, 0x400000LL, nullptr)                     \
   X(extremes, 0xC00LL, &extremes_group<T>)                   \
-  X(sorted, 0x8000000000LL, nullptr)                         \
+  X(sorted, 0x8000000000LL, &sorted_group<T>)                \
   X(basic, 0x1FE0033FFLL, &basic_group<T>)                   \
   X(absolute_deviations, 0x600000000LL, &deviation_group<T>) \
   X(pooled, 0x180000C000LL, nullptr)                         \
   X(outliers, 0x80000LL, nullptr)                            \
   X(robust, 0x40000LL, nullptr)                              \
   X(partial, 0x300000LL, nullptr)                            \
-  X(quantiles, 0x30000LL, nullptr)                           \
-  X(stream_quantiles, 0x1000000LL, nullptr)                  \
+  X(quantiles, 0x30000LL, &quantiles_group<T>)               \
+  X(stream_quantiles, 0x1000000LL, &stream_group<T>)         \
   X(parametrization, 0x800000LL, nullptr)
 
 struct Group {

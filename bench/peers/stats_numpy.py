@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""numpy's mean, var, cov and corrcoef on 10 variables x 1e6 observations (double, shape
+"""numpy's mean, var, cov, corrcoef, quantile (linear, 5 orders) and sort on 10 variables x 1e6 observations (double, shape
 (10, 1e6), C order), timed like the Google Benchmark cases beside it: medians of repeated calls, wall
 and process CPU time, reported as ns per element (time / (p * n)). Run with OPENBLAS_NUM_THREADS=1 for one thread."""
 import statistics
@@ -28,6 +28,9 @@ cases = [
     ("numpy.var(x, axis=1, ddof=1)", lambda: np.var(x, axis=1, ddof=1)),
     ("numpy.cov(x)", lambda: np.cov(x)),
     ("numpy.corrcoef(x)", lambda: np.corrcoef(x)),
+    ("numpy.quantile(x, 5 q, axis=1)",
+     lambda: np.quantile(x, [0.05, 0.25, 0.5, 0.75, 0.95], axis=1, method="linear")),
+    ("numpy.sort(x, axis=1)", lambda: np.sort(x, axis=1)),
 ]
 print(f"numpy {np.__version__}, shape {x.shape}, median of 15 calls")
 for name, fn in cases:

@@ -27,7 +27,8 @@ endforeach()
 
 # Every library that libtvx.so needs must come from a declared dependency: the soname's stem
 # (libgomp, libstdc++, libgcc-s) begins one of the Depends entries; the C library's parts
-# (libc, libm, libdl, libpthread, ld-linux) come from libc6.
+# (libc, libm, libdl, libpthread, ld-linux) come from libc6; otherwise the Debian package that
+# ships the library (libhwy_contrib in libhwy1) must be one of the entries.
 tvx_run("dpkg-deb -f" ${DPKG_DEB} -f ${deb} Depends)
 string(STRIP "${tvx_out}" depends)
 message(STATUS "Depends: ${depends}")
@@ -54,6 +55,15 @@ foreach(entry IN LISTS needed "NEEDED libgomp.so.1")
       set(found TRUE)
     endif()
   endforeach()
+  if(NOT found)
+    execute_process(COMMAND dpkg-query -S "*/${soname}" OUTPUT_VARIABLE owner
+                    RESULT_VARIABLE owner_rc ERROR_QUIET)
+    string(REGEX MATCH "^[^:]+" owner "${owner}")
+    list(FIND names "${owner}" owner_at)
+    if(owner_rc EQUAL 0 AND owner_at GREATER -1)
+      set(found TRUE)
+    endif()
+  endif()
   if(NOT found)
     message(FATAL_ERROR "libtvx.so needs ${soname}, but the package depends only on: ${depends}")
   endif()

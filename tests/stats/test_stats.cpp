@@ -25,13 +25,34 @@ constexpr int kRows = RUD_SS_STORAGE_VARIABLES_IN_ROWS, kCols = RUD_SS_STORAGE_V
 
 // ---- Checks, in the order the editors and compute make them -------------------------------------
 struct Fixture {
-  int p = 3, n = 4, storage = kRows, cov_storage = RUD_SS_MATRIX_FULL;
+  int p = 3, n = 4, storage = kRows, cov_storage = RUD_SS_MATRIX_FULL, m = 2;
+  int sel[3] = {1, 0, 1}, param_count = 1;
   double x[12] = {1, 2, 3, 4, 2, 4, 6, 9, -1, 0, 1, 5};
   double out[9][9] = {};
   RudSSTaskPtr task = nullptr;
   Fixture() { ruddSSNewTask(&task, &p, &n, &storage, x, nullptr, nullptr); }
   ~Fixture() { rudSSDeleteTask(&task); }
   void reg(int field) { ruddSSEditTask(task, field, out[field % 9]); }
+  // Quantile output, orders (zeros) and the count m.
+  void quant(int count) {
+    m = count;
+    ruddSSEditQuantiles(task, &m, out[25 % 9], out[26 % 9], nullptr, nullptr);
+  }
+  // Stream fields registered in the order compute checks them, the first `upto` of them: output,
+  // orders (zeros), order count m, parameter count, eps = 0.1.
+  void stream(int upto) {
+    double* fields[] = {out[66 % 9], out[65 % 9]};
+    for (int k = 0; k < upto && k < 2; ++k) ruddSSEditTask(task, 66 - k, fields[k]);
+    if (upto > 2) rudiSSEditTask(task, RUD_SS_FIELD_STREAM_ORDER_COUNT, &m);
+    if (upto > 3) rudiSSEditTask(task, RUD_SS_FIELD_STREAM_PARAM_COUNT, &param_count);
+    out[63 % 9][0] = 0.1;
+    if (upto > 4) ruddSSEditTask(task, RUD_SS_FIELD_STREAM_PARAMS, out[63 % 9]);
+  }
+  void in_place(int out_storage) {
+    m = out_storage;
+    ruddSSEditTask(task, RUD_SS_FIELD_SORTED_OBSERVATIONS, x);
+    rudiSSEditTask(task, RUD_SS_FIELD_SORTED_OBSERVATIONS_STORAGE, &m);
+  }
 };
 
 struct CheckRow {
@@ -41,6 +62,12 @@ struct CheckRow {
 };
 
 const long long kMean = RUD_SS_ESTIMATE_MEAN, kCm2 = RUD_SS_ESTIMATE_CENTRAL_MOMENT_2;
+const long long kQ = RUD_SS_ESTIMATE_QUANTILES, kOS = RUD_SS_ESTIMATE_ORDER_STATISTICS,
+                kSorted = RUD_SS_ESTIMATE_SORTED_OBSERVATIONS,
+                kMad = RUD_SS_ESTIMATE_MEDIAN_ABSOLUTE_DEVIATION,
+                kMeanAd = RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION;
+constexpr int kSort = RUD_SS_METHOD_SORT;
+const long long kStream = RUD_SS_ESTIMATE_STREAM_QUANTILES;
 
 // One check per line.
 // clang-format off
@@ -96,9 +123,56 @@ const CheckRow kChecks[] = {
     {"mean abs dev: missing", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 1); }, -4083},
     {"mean abs dev: method", [](Fixture& f) { f.reg(77); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 2); }, -4029},
     {"mean abs dev: user mean without mean", [](Fixture& f) { f.reg(77); return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEAN_ABSOLUTE_DEVIATION, 0x100); }, -4006},
+    {"median abs dev: missing", [](Fixture& f) { f.reg(77); return ruddSSCompute(f.task, kMad | kMeanAd, 1); }, -4082},
+    {"median abs dev: method", [](Fixture& f) { f.reg(76); return ruddSSCompute(f.task, kMad, 2); }, -4029},
+    {"median abs dev: runs before the mean one", [](Fixture& f) { f.reg(76); return ruddSSCompute(f.task, kMad | kMeanAd, 1); }, -4083},
+    // Quantiles and order statistics.
+    {"quantiles: output missing", [](Fixture& f) { return ruddSSCompute(f.task, kQ, 1); }, -4023},
+    {"quantiles: orders missing", [](Fixture& f) { f.reg(26); return ruddSSCompute(f.task, kQ, 1); }, -4021},
+    {"quantiles: count missing", [](Fixture& f) { f.reg(26); f.reg(25); return ruddSSCompute(f.task, kQ, 1); }, -4022},
+    {"quantiles: count negative", [](Fixture& f) { f.quant(-1); return ruddSSCompute(f.task, kQ, 1); }, -4022},
+    {"quantiles: order above 1", [](Fixture& f) { f.quant(2); f.out[25 % 9][1] = 1.5; return ruddSSCompute(f.task, kQ, 1); }, -4022},
+    {"quantiles: order below 0", [](Fixture& f) { f.quant(2); f.out[25 % 9][0] = -0.1; return ruddSSCompute(f.task, kQ, 1); }, -4022},
+    {"quantiles: order NaN", [](Fixture& f) { f.quant(2); f.out[25 % 9][0] = NAN; return ruddSSCompute(f.task, kQ, 1); }, -4022},
+    {"quantiles: order beyond m not read", [](Fixture& f) { f.quant(1); f.out[25 % 9][1] = 7; return ruddSSCompute(f.task, kQ, 1); }, 0},
+    {"order stats: output missing", [](Fixture& f) { f.quant(2); return ruddSSCompute(f.task, kQ | kOS, 1); }, -4024},
+    {"order stats: storage missing", [](Fixture& f) { f.reg(27); return ruddSSCompute(f.task, kOS, 1); }, -4044},
+    {"order stats: storage value", [](Fixture& f) { f.reg(27); f.m = 3; rudiSSEditTask(f.task, 44, &f.m); return ruddSSCompute(f.task, kOS, 1); }, -4003},
+    {"quantiles: method", [](Fixture& f) { f.quant(2); return ruddSSCompute(f.task, kQ, 2); }, -4029},
+    {"quantiles: m 0", [](Fixture& f) { f.quant(0); f.out[26 % 9][0] = 5; int s = ruddSSCompute(f.task, kQ, 1); return s + (f.out[26 % 9][0] == 5 ? 0 : 1); }, 0},
+    {"quantiles: selection 0 and 2", [](Fixture& f) { f.quant(1); rudiSSEditTask(f.task, 5, f.sel); int s = ruddSSCompute(f.task, kQ, 1); return s + (f.out[26 % 9][0] == 1 && f.out[26 % 9][1] == -1 ? 0 : 1); }, 0},
+    // Sorted copy.
+    {"sorted: output missing", [](Fixture& f) { return ruddSSCompute(f.task, kSorted, kSort); }, -4084},
+    {"sorted: storage missing", [](Fixture& f) { f.reg(78); return ruddSSCompute(f.task, kSorted, kSort); }, -4044},
+    {"sorted: in place, storages differ", [](Fixture& f) { f.in_place(0x20000); return ruddSSCompute(f.task, kSorted, kSort); }, -4044},
+    {"sorted: in place with a selection", [](Fixture& f) { f.in_place(kRows); rudiSSEditTask(f.task, 5, f.sel); return ruddSSCompute(f.task, kSorted, kSort); }, -4085},
+    {"sorted: in place, bad storage", [](Fixture& f) { f.storage = kCols; f.in_place(3); return ruddSSCompute(f.task, kSorted, kSort); }, -4003},
+    {"sorted: output storage value", [](Fixture& f) { f.reg(78); f.m = 3; rudiSSEditTask(f.task, 79, &f.m); return ruddSSCompute(f.task, kSorted, kSort); }, -4003},
+    {"sorted: method", [](Fixture& f) { f.in_place(kRows); return ruddSSCompute(f.task, kSorted, 1); }, -4029},
+    {"sorted: in place", [](Fixture& f) { f.in_place(kRows); int s = ruddSSCompute(f.task, kSorted, kSort); return s + (f.x[8] == -1 && f.x[11] == 5 ? 0 : 1); }, 0},
+    // Stream quantiles.
+    {"stream: n negative", [](Fixture& f) { f.n = -1; return ruddSSCompute(f.task, kStream, 0x40); }, -4002},
+    {"stream: bad storage", [](Fixture& f) { f.storage = 3; return ruddSSCompute(f.task, kStream, 0x40); }, -4003},
+    {"stream: n 0 reads no data", [](Fixture& f) { f.n = 0; f.storage = 3; f.stream(5); return ruddSSCompute(f.task, kStream, 0x40); }, 0},
+    {"stream: output missing", [](Fixture& f) { return ruddSSCompute(f.task, kStream, 0x40); }, -4070},
+    {"stream: orders missing", [](Fixture& f) { f.stream(1); return ruddSSCompute(f.task, kStream, 0x40); }, -4068},
+    {"stream: count missing", [](Fixture& f) { f.stream(2); return ruddSSCompute(f.task, kStream, 0x40); }, -4069},
+    {"stream: count negative", [](Fixture& f) { f.stream(3); f.m = -1; return ruddSSCompute(f.task, kStream, 0x40); }, -4069},
+    {"stream: parameter count missing", [](Fixture& f) { f.stream(3); return ruddSSCompute(f.task, kStream, 0x40); }, -4064},
+    {"stream: parameter count 2", [](Fixture& f) { f.stream(4); f.param_count = 2; return ruddSSCompute(f.task, kStream, 0x40); }, -4066},
+    {"stream: order above 1", [](Fixture& f) { f.stream(4); f.out[65 % 9][1] = 1.01; return ruddSSCompute(f.task, kStream, 0x40); }, -4069},
+    {"stream: parameters missing", [](Fixture& f) { f.stream(4); return ruddSSCompute(f.task, kStream, 0x40); }, -4065},
+    {"stream: method", [](Fixture& f) { f.stream(5); return ruddSSCompute(f.task, kStream, 1); }, -4029},
+    {"stream: eps 0", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 0; return ruddSSCompute(f.task, kStream, 0x80); }, -4067},
+    {"stream: eps above 1", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1.5; return ruddSSCompute(f.task, kStream, 0x40); }, -4067},
+    {"stream: eps too small for memory", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1e-300; return ruddSSCompute(f.task, kStream, 0x40); }, -4000},
+    {"stream: eps 1", [](Fixture& f) { f.stream(5); f.out[63 % 9][0] = 1; return ruddSSCompute(f.task, kStream, 0x40); }, 0},
+    {"stream: empty selection", [](Fixture& f) { f.stream(5); f.sel[0] = f.sel[2] = 0; rudiSSEditTask(f.task, 5, f.sel); return ruddSSCompute(f.task, kStream, 0x40); }, -4004},
+    {"stream: variable added later", [](Fixture& f) { f.stream(5); rudiSSEditTask(f.task, 5, f.sel); ruddSSCompute(f.task, kStream, 0x40); f.sel[1] = 1; return ruddSSCompute(f.task, kStream, 0x40); }, -4004},
+    {"stream: variable dropped later", [](Fixture& f) { f.stream(5); ruddSSCompute(f.task, kStream, 0x40); rudiSSEditTask(f.task, 5, f.sel); return ruddSSCompute(f.task, kStream, 0x40); }, 0},
+    {"stream: summary only leaves the output", [](Fixture& f) { f.stream(5); f.out[3][0] = 9; int s = ruddSSCompute(f.task, kStream, 0x80); return s + (f.out[3][0] == 9 ? 0 : 1); }, 0},
     // Groups this build lacks are refused, after the groups before them ran.
-    {"quantiles: not available", [](Fixture& f) { f.reg(7); int s = ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_QUANTILES, 2); return s + (f.out[7][0] == 2.5 ? 0 : 1); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
-    {"median abs dev: not available", [](Fixture& f) { return ruddSSCompute(f.task, RUD_SS_ESTIMATE_MEDIAN_ABSOLUTE_DEVIATION, 1); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
+    {"pooled: not available", [](Fixture& f) { f.reg(7); int s = ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_POOLED_MEAN, 2); return s + (f.out[7][0] == 2.5 ? 0 : 1); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
     {"missing values run alone", [](Fixture& f) { return ruddSSCompute(f.task, kMean | RUD_SS_ESTIMATE_MISSING_VALUES, 2); }, RUD_SS_ERROR_GROUP_NOT_AVAILABLE},
     // Lower-case twins.
     {"twin: compute by pointer", [](Fixture& f) { f.reg(7); long long e = kMean; int m = 2; return ruddsscompute(&f.task, &e, &m); }, 0},
