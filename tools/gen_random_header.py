@@ -5,10 +5,12 @@ random/distributions/distributions.def: every BUILT row gives its export and its
 Usage: gen_random_header.py [--check] [ROOT]
 With --check, exits 1 (and prints a diff) when the header is out of date instead of writing it.
 """
-import difflib
 import os
 import re
 import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import generated_block  # noqa: E402
 
 BEGIN = "/* BEGIN GENERATED DISTRIBUTION DECLARATIONS */"
 END = "/* END GENERATED DISTRIBUTION DECLARATIONS */"
@@ -78,25 +80,7 @@ def generate(root):
 
 
 def main():
-    args = sys.argv[1:]
-    check = "--check" in args
-    args = [a for a in args if a != "--check"]
-    root = args[0] if args else os.path.join(os.path.dirname(__file__), "..")
-    path = os.path.join(root, "include/tvx_random.h")
-    header = open(path).read()
-    start = header.index(BEGIN) + len(BEGIN)
-    stop = header.index(END)
-    new = header[:start] + "\n" + generate(root) + "\n" + header[stop:]
-    if check:
-        if new != header:
-            sys.stdout.writelines(difflib.unified_diff(
-                header.splitlines(True), new.splitlines(True), "tvx_random.h", "generated"))
-            print("include/tvx_random.h is out of date: run tools/gen_random_header.py")
-            return 1
-        return 0
-    if new != header:
-        open(path, "w").write(new)
-    return 0
+    return generated_block.run("include/tvx_random.h", BEGIN, END, generate)
 
 
 if __name__ == "__main__":

@@ -7,11 +7,11 @@ One row per function and class: the types with kernels (exported) and without (l
 accuracy levels that have code of their own, and the variants that have code of their own (a
 variant not named runs the code of another variant, as the dispatch row says).
 """
-import difflib
 import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import generated_block  # noqa: E402
 import vector_list  # noqa: E402
 
 BEGIN = "<!-- BEGIN GENERATED FUNCTION TABLE -->"
@@ -79,25 +79,7 @@ def generate(root):
 
 
 def main():
-    args = sys.argv[1:]
-    check = "--check" in args
-    args = [a for a in args if a != "--check"]
-    root = args[0] if args else os.path.join(os.path.dirname(__file__), "..")
-    path = os.path.join(root, "docs/vector.md")
-    doc = open(path).read()
-    start = doc.index(BEGIN) + len(BEGIN)
-    stop = doc.index(END)
-    new = doc[:start] + "\n" + generate(root) + "\n" + doc[stop:]
-    if check:
-        if new != doc:
-            sys.stdout.writelines(difflib.unified_diff(
-                doc.splitlines(True), new.splitlines(True), "vector.md", "generated"))
-            print("docs/vector.md is out of date: run tools/gen_vector_doc.py")
-            return 1
-        return 0
-    if new != doc:
-        open(path, "w").write(new)
-    return 0
+    return generated_block.run("docs/vector.md", BEGIN, END, generate)
 
 
 if __name__ == "__main__":

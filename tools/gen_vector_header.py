@@ -4,11 +4,11 @@
 Usage: gen_vector_header.py [--check] [ROOT]
 With --check, exits 1 (and prints a diff) when the header is out of date instead of writing it.
 """
-import difflib
 import os
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import generated_block  # noqa: E402
 import vector_list  # noqa: E402
 
 BEGIN = "/* BEGIN GENERATED VECTOR DECLARATIONS */"
@@ -77,26 +77,7 @@ def generate(root):
 
 
 def main():
-    args = sys.argv[1:]
-    check = "--check" in args
-    args = [a for a in args if a != "--check"]
-    root = args[0] if args else os.path.join(os.path.dirname(__file__), "..")
-    path = os.path.join(root, "include/tvx_vector.h")
-    header = open(path).read()
-    start = header.index(BEGIN) + len(BEGIN)
-    stop = header.index(END)
-    block = "\n" + generate(root) + "\n"
-    new = header[:start] + block + header[stop:]
-    if check:
-        if new != header:
-            sys.stdout.writelines(difflib.unified_diff(
-                header.splitlines(True), new.splitlines(True), "tvx_vector.h", "generated"))
-            print("include/tvx_vector.h is out of date: run tools/gen_vector_header.py")
-            return 1
-        return 0
-    if new != header:
-        open(path, "w").write(new)
-    return 0
+    return generated_block.run("include/tvx_vector.h", BEGIN, END, generate)
 
 
 if __name__ == "__main__":
