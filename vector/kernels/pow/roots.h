@@ -280,7 +280,7 @@ struct RootK {
     }
     if (x == 0 || std::isinf(x)) {
       if constexpr (kNum == 1) {
-        *r = x * T(1);
+        *r = x * opaque(T(1));  // a denormal read as zero gives a signed zero
         return 0;
       } else if constexpr (kNum == 2) {
         *r = x * x;
