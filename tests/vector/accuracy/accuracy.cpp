@@ -159,6 +159,8 @@ int main(int argc, char** argv) {
   std::printf("|---|---|---|---|---|---|---|\n");
   int failures = tvx::accuracy::run_type(tvx::accuracy::double_functions(), opt, stdout);
   failures += tvx::accuracy::run_type(tvx::accuracy::float_functions(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::trig_functions<double>(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::trig_functions<float>(), opt, stdout);
   std::printf("\n%ld inputs per function, seed %u: %s\n", opt.points, opt.seed,
               failures == 0 ? "all goals met" : "GOALS MISSED");
   return failures == 0 ? 0 : 1;
