@@ -200,7 +200,8 @@ inline Reduced reduce_fast(const VD& ax) {
   if constexpr (simd::kHasFma) {
     t = simd::fma(ax, VD(kTwoOverPi), VD(kShift));
   } else {
-    t = ax * VD(kTwoOverPi) + VD(kShift);
+    // A subnormal product would raise underflow; every |x| below 2^-100 has n = 0 anyway.
+    t = xsimd::max(ax, VD(0x1p-100)) * VD(kTwoOverPi) + VD(kShift);
   }
   const VD n = t - VD(kShift);
   Reduced red;
