@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/ usr / bin / env python3
 """Near-minimax polynomials of the trigonometric kernels.
 
 Usage: tools/fit_trig_poly.py
@@ -34,7 +34,7 @@ def fit(name, target, terms, is_sin):
     c = [float(x) for x in reversed(coeffs)]
     worst = mp.mpf(0)
     for i in range(1, 3001):
-        r = mp.pi / 4 * i / 3000
+        r = mp.sqrt(Z) * i / 3000
         z = r * r
         p = sum(mp.mpf(ck) * z**k for k, ck in enumerate(c))
         if is_sin:
@@ -45,9 +45,14 @@ def fit(name, target, terms, is_sin):
     print(f"{name}: {terms} terms, relative error 2^{mp.nstr(mp.log(worst, 2), 4)}")
     print("  " + ", ".join(x.hex() for x in c))
 
-
-# Double HA, LA, EP; single HA, LA, EP (evaluated in double).
+#Double HA, LA, EP; single HA, LA, EP(evaluated in double).
 for level, ns, nc in (("HA", 7, 6), ("LA", 6, 6), ("EP", 4, 4), ("single HA", 4, 4),
                       ("single LA", 3, 3), ("single EP", 2, 2)):
     fit(f"{level} sin", s_target, ns, True)
     fit(f"{level} cos", c_target, nc, False)
+
+#Sin of the LA and EP designs that reduce by pi : sin r = r + r ^ 3 S(r ^ 2) on | r | <= pi / 2.
+Z = (mp.pi / 2) ** 2
+for level, ns in (("wide LA", 7), ("wide LA+", 8), ("wide EP", 5), ("wide single LA", 4),
+                  ("wide single EP", 3)):
+    fit(f"{level} sin", s_target, ns, True)

@@ -26,6 +26,7 @@
 #include <bit>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "vector/kernels/common/kernel_loop.h"
 
@@ -86,6 +87,33 @@ struct SingleEp {
   static constexpr double kS[] = {-0x1.55506d8127675p-3, 0x1.0d16096bf36d3p-7};
   static constexpr double kC[] = {0x1.5552e057b4004p-5, -0x1.681a32dbca1ddp-10};
   static constexpr bool kTail = false;
+};
+
+// Sin of LA and EP reduces by pi instead: S on |r| <= pi/2 (sin r = r + r^3 S(r^2)).
+// Relative errors: double LA 2^-54.6, EP 2^-33; single LA 2^-25, EP 2^-17.7.
+template <class T, Lv L>
+struct WideSin;
+template <>
+struct WideSin<double, Lv::kLA> {
+  static constexpr double kS[] = {
+      -0x1.5555555555555p-3,  0x1.1111111111107p-7,  -0x1.a01a01a018aadp-13, 0x1.71de3a5456716p-19,
+      -0x1.ae6455a1d7087p-26, 0x1.6124015b5ee3ap-33, -0x1.ae5138c1216b3p-41, 0x1.89a4866f527ebp-49};
+};
+template <>
+struct WideSin<double, Lv::kEP> {
+  static constexpr double kS[] = {-0x1.5555555460530p-3, 0x1.11110fdaaf87bp-7,
+                                  -0x1.a01905ba4208ap-13, 0x1.7196917ff9c49p-19,
+                                  -0x1.9db1cc2a4cb87p-26};
+};
+template <>
+struct WideSin<float, Lv::kLA> {
+  static constexpr double kS[] = {-0x1.55555463d6642p-3, 0x1.11104d384e558p-7,
+                                  -0x1.9fb685b3e13aap-13, 0x1.61a18a503012bp-19};
+};
+template <>
+struct WideSin<float, Lv::kEP> {
+  static constexpr double kS[] = {-0x1.5554ad722b3dep-3, 0x1.10c46c410aa59p-7,
+                                  -0x1.8b3e4e47508edp-13};
 };
 
 template <class T, Lv L>
@@ -193,23 +221,32 @@ struct Reduced {
   VD rh, rl, q;
 };
 
-// First level, for 0 <= ax <= 2^20.
-template <bool kTail>
-inline Reduced reduce_fast(const VD& ax) {
+// First level, for 0 <= ax <= 2^20: by pi/2 (kPi 1) or by pi (kPi 2); n * part stays exact
+// since n < 2^20.
+// With kHalf, n is an integer less one half: n = round(x/pi + 1/2) - 1/2 (by pi only).
+template <bool kTail, int kPi = 1, bool kHalf = false>
+[[gnu::always_inline]] inline Reduced reduce_fast(const VD& ax) {
+  constexpr double k = kPi;
   VD t;
-  if constexpr (simd::kHasFma) {
-    t = simd::fma(ax, VD(kTwoOverPi), VD(kShift));
+  if constexpr (kHalf) {
+    if constexpr (simd::kHasFma) {
+      t = simd::fma(ax, VD(kTwoOverPi / k), VD(0.5)) + VD(kShift);
+    } else {
+      t = (xsimd::max(ax, VD(0x1p-100)) * VD(kTwoOverPi / k) + VD(0.5)) + VD(kShift);
+    }
+  } else if constexpr (simd::kHasFma) {
+    t = simd::fma(ax, VD(kTwoOverPi / k), VD(kShift));
   } else {
     // A subnormal product would raise underflow; every |x| below 2^-100 has n = 0 anyway.
-    t = xsimd::max(ax, VD(0x1p-100)) * VD(kTwoOverPi) + VD(kShift);
+    t = xsimd::max(ax, VD(0x1p-100)) * VD(kTwoOverPi / k) + VD(kShift);
   }
-  const VD n = t - VD(kShift);
+  const VD n = kHalf ? (t - VD(kShift)) - VD(0.5) : t - VD(kShift);
   Reduced red;
   red.q = dbits(simd::as_bits(t) & UD(3));
-  const VD a = minus_exact(ax, n, kPio2A);
-  const VD p2 = n * VD(kPio2B);
-  const VD p3 = n * VD(kPio2C);
-  const VD p4 = n * VD(kPio2D);
+  const VD a = minus_exact(ax, n, kPio2A * k);
+  const VD p2 = n * VD(kPio2B * k);
+  const VD p3 = n * VD(kPio2C * k);
+  const VD p4 = n * VD(kPio2D * k);
   if constexpr (kTail) {
     // Three subtractions, each with its rounding error (|first| >= |second| or exact).
     const VD b = a - p2;
@@ -226,8 +263,11 @@ inline Reduced reduce_fast(const VD& ax) {
   return red;
 }
 
-// Second level, for finite ax > 2^20 (other lanes give harmless values).
-inline Reduced reduce_large(const VD& ax) {
+// Second level, for finite ax > 2^20 (other lanes give harmless values); by pi/2 (kPi 1) or by
+// pi (kPi 2).
+template <int kPi = 1, bool kHalf = false>
+[[gnu::noinline]] Reduced reduce_large(const VD& ax) {
+  constexpr int b = kPi - 1;  // by pi the binary point sits one bit further left
   const UD bits = simd::as_bits(ax);
   const UD e = bits >> 52;
   const UD m = (bits & UD(0x000FFFFFFFFFFFFFull)) | UD(1ull << 52);
@@ -249,26 +289,30 @@ inline Reduced reduce_large(const VD& ax) {
   const UD c3 = (t3 & UD(kM32)) + (t2 >> 32) + (u2 & UD(kM32)) + (u1 >> 32) + (c2 >> 32);
   const UD c4 = (t4 & UD(kM32)) + (t3 >> 32) + (u3 & UD(kM32)) + (u2 >> 32) + (c3 >> 32);
   const UD c5 = (t5 & UD(kM32)) + (t4 >> 32) + (u4 & UD(kM32)) + (u3 >> 32) + (c4 >> 32);
-  // x 2/pi mod 4 = (hi 2^-62 + lo 2^-126); round to the nearest integer n by adding one half.
-  const UD hi = ((c5 << 32) | (c4 & UD(kM32))) + UD(1ull << 61);
+  // x 2/pi mod 4 = (hi 2^-62 + lo 2^-126); round to the nearest integer n by adding one half
+  // (by pi: x/pi mod 2 = (hi 2^-63 + lo 2^-127)).
+  // With kHalf one half more: n + 1/2 = round(x/pi + 1/2).
+  constexpr std::uint64_t kAdd = (1ull << (61 + b)) * (kHalf ? 2 : 1);
+  const UD hi = ((c5 << 32) | (c4 & UD(kM32))) + UD(kAdd);
   const UD lo = (c3 << 32) | (c2 & UD(kM32));
   Reduced red;
-  red.q = dbits(hi >> 62);
+  red.q = dbits(hi >> (62 + b));
   // f = frac + 1/2 in [0, 1); g = f - 1/2. For g < 0 take |g| as the ones' complement (off by
   // 2^-126), and keep the sign apart.
-  const UD f = hi & UD((1ull << 62) - 1);
-  const UD neg = ((f >> 61) & UD(1)) - UD(1);
-  const UD gh = (f ^ neg) & UD((1ull << 61) - 1);
+  const UD f = hi & UD((1ull << (62 + b)) - 1);
+  const UD neg = ((f >> (61 + b)) & UD(1)) - UD(1);
+  const UD gh = (f ^ neg) & UD((1ull << (61 + b)) - 1);
   const UD gl = lo ^ neg;
-  // |g| = gh 2^-62 + gl 2^-126 in three pieces of at most 42 bits, each exact as a double.
-  const VD d0 = to_double(gh >> 19) * VD(0x1p-43);
-  const VD d1 = to_double(((gh & UD((1ull << 19) - 1)) << 23) | (gl >> 41)) * VD(0x1p-85);
-  const VD d2 = to_double(gl & UD((1ull << 41) - 1)) * VD(0x1p-126);
+  // |g| in three pieces of at most 42 bits, each exact as a double, in units of pi/2.
+  const VD d0 = to_double(gh >> (19 + b)) * VD(0x1p-43 * kPi);
+  const VD d1 = to_double(((gh & UD((1ull << (19 + b)) - 1)) << (23 - b)) | (gl >> (41 + b))) *
+                VD(0x1p-85 * kPi);
+  const VD d2 = to_double(gl & UD((1ull << (41 + b)) - 1)) * VD(0x1p-126);
   const VD s = d0 + d1;
   const VD sl = ((d0 - s) + d1) + d2;
   const VD g = s + sl;
   const VD gt = (s - g) + sl;
-  // r = g pi/2 as a double-double value.
+  // r = g pi/2 (by pi: 2g pi/2) as a double-double value.
   const VD p = g * VD(kPio2Hi);
   const VD pl =
       product_error(g, kPio2Hi, kPio2HiHead, kPio2HiTail, p) + (g * VD(kPio2Lo) + gt * VD(kPio2Hi));
@@ -287,7 +331,7 @@ struct SinCosParts {
 };
 
 template <class P, bool kLow>
-inline SinCosParts eval(const Reduced& red) {
+[[gnu::always_inline]] inline SinCosParts eval(const Reduced& red) {
   const VD& rh = red.rh;
   const VD tiny = lane_mask(simd::abs(rh) < VD(kTiny));
   const VD r = bit_select(tiny, VD(0.0), rh);
@@ -323,7 +367,7 @@ inline SinCosParts eval(const Reduced& red) {
 // The value of Fn at |x| for the reduced argument, before the sign of x is applied. For SinCos
 // this is the sine, and `cos_out` receives the cosine.
 template <Fn F, class P>
-inline VD finish(const Reduced& red, VD* cos_out) {
+[[gnu::always_inline]] inline VD finish(const Reduced& red, VD* cos_out) {
   constexpr bool kLow = F == Fn::kTan && P::kTail;
   const SinCosParts o = eval<P, kLow>(red);
   const UD q = simd::as_bits(red.q);
@@ -356,13 +400,37 @@ inline VD finish(const Reduced& red, VD* cos_out) {
 }
 
 // The whole double computation for a register whose non-finite lanes are already replaced by 0.
-template <Fn F, class P>
-inline VD compute(const VD& xs, VD* cos_out) {
+// Sin and Cos of LA and EP: reduction by pi and one polynomial. Sin: x = n pi + r, sin x =
+// (-1)^n sin r. Cos: x = (m - 1/2) pi + r, cos x = (-1)^m sin r.
+template <class W, bool kCos>
+[[gnu::always_inline]] inline VD sin_by_pi(const VD& xs) {
   const VD ax = simd::abs(xs);
   const auto big = ax > VD(kFastLimit);
-  const VD bigm = lane_mask(big);
-  Reduced red = reduce_fast<P::kTail>(bit_select(bigm, VD(0.0), ax));
+  Reduced red = reduce_fast<false, 2, kCos>(xsimd::min(ax, VD(kFastLimit)));
   if (simd::bits(big) != 0) {
+    const VD bigm = lane_mask(big);
+    const Reduced lr = reduce_large<2, kCos>(bit_select(bigm, ax, VD(0.0)));
+    red.rh = bit_select(bigm, lr.rh, red.rh);
+    red.q = bit_select(bigm, lr.q, red.q);
+  }
+  const VD tiny = lane_mask(simd::abs(red.rh) < VD(kTiny));
+  const VD r = bit_select(tiny, VD(0.0), red.rh);
+  const VD z = r * r;
+  const VD s = (red.rh + (r * z) * simd::horner(z, W::kS)) ^ dbits(simd::as_bits(red.q) << 63);
+  if constexpr (kCos) {
+    return s;
+  } else {
+    return s ^ simd::sign_of(xs);
+  }
+}
+
+template <Fn F, class P>
+[[gnu::always_inline]] inline VD compute(const VD& xs, VD* cos_out) {
+  const VD ax = simd::abs(xs);
+  const auto big = ax > VD(kFastLimit);
+  Reduced red = reduce_fast<P::kTail>(xsimd::min(ax, VD(kFastLimit)));
+  if (simd::bits(big) != 0) {
+    const VD bigm = lane_mask(big);
     const Reduced lr = reduce_large(bit_select(bigm, ax, VD(0.0)));
     red.rh = bit_select(bigm, lr.rh, red.rh);
     red.rl = bit_select(bigm, lr.rl, red.rl);
@@ -398,15 +466,19 @@ inline VF narrow(const VD& lo, const VD& hi) {
 #endif
 }
 
-template <Fn F, class P>
-inline VD run_type(const VD& xs, VD* cos_out) {
-  return compute<F, P>(xs, cos_out);
+template <Fn F, class P, class W = void>
+[[gnu::always_inline]] inline VD run_type(const VD& xs, VD* cos_out) {
+  if constexpr (std::is_same_v<W, void>) {
+    return compute<F, P>(xs, cos_out);
+  } else {
+    return sin_by_pi<W, F == Fn::kCos>(xs);
+  }
 }
-template <Fn F, class P>
-inline VF run_type(const VF& xs, VF* cos_out) {
+template <Fn F, class P, class W = void>
+[[gnu::always_inline]] inline VF run_type(const VF& xs, VF* cos_out) {
   VD lo, hi, clo, chi;
   widen(xs, lo, hi);
-  const VF y = narrow(compute<F, P>(lo, &clo), compute<F, P>(hi, &chi));
+  const VF y = narrow(run_type<F, P, W>(lo, &clo), run_type<F, P, W>(hi, &chi));
   if constexpr (F == Fn::kSinCos) *cos_out = narrow(clo, chi);
   return y;
 }
@@ -456,8 +528,12 @@ struct TrigKernel {
                                                        : (sizeof(T) == 8 ? "vdTan" : "vsTan");
   static constexpr bool kCleanRuns = true;
 
+  // Cos of EP stays with the pi/2 design, whose cos 0 is exactly 1.
+  using W = std::conditional_t<(F == Fn::kSin && L != Lv::kHA) || (F == Fn::kCos && L == Lv::kLA),
+                               WideSin<T, L>, void>;
+
   static V vector(const V& x, std::uint32_t& bad, std::uint32_t) {
-    return run_type<F, P>(finite_part(x, bad), nullptr);
+    return run_type<F, P, W>(finite_part(x, bad), nullptr);
   }
   static int callout(T x, T* r) {
     if (!finite_bits(x)) return nonfinite(x, r);
