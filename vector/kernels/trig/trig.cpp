@@ -1,28 +1,33 @@
 // Sin, Cos, SinCos and Tan in double and single precision, compiled once per variant.
 //
-// Every kernel reduces by pi/2: x = n pi/2 + r with |r| <= pi/4, and evaluates
-//   sin r = r + r^3 S(r^2),   cos r = 1 - r^2/2 + r^4 C(r^2)
-// on the reduced argument; the two low bits of n choose between them and the sign. Single
-// precision converts to double, runs the double design with shorter polynomials and rounds once
-// at the end.
+// Two designs:
+//   by pi/2 (HA; SinCos and Tan at every level): x = n pi/2 + r with |r| <= pi/4, and
+//     sin r = r + r^3 S(r^2), cos r = 1 - r^2/2 + r^4 C(r^2);
+//     the two low bits of n choose between them and the sign; Tan is s/c or -c/s.
+//   by pi (Sin and Cos of LA and EP): x = n pi + r with |r| <= pi/2 and one polynomial,
+//     sin x = (-1)^n sin r; for Cos n is an integer less one half, cos x = (-1)^(n+1/2) sin r.
+// Single precision converts to double, runs the double design with shorter polynomials and
+// rounds once at the end.
 //
 // Reduction, two levels, both in the vector path:
-//   |x| <= 2^20: n = round(|x| 2/pi), r = |x| - n (A + B + C + D) with A, B, C of 33 bits, so
-//     that the first three products are exact; HA keeps the rounding errors of the subtractions
-//     as a low part rl of r.
+//   |x| <= 2^20: n = round(|x| / period), r = |x| - n (A + B + C + D) with A, B, C of 33 bits,
+//     so that the first three products are exact; HA keeps the rounding errors of the
+//     subtractions as a low part rl of r.
 //   2^20 < |x| < infinity: the significand times 192 bits of 2/pi chosen by the exponent (the
 //     generated table), in 32-bit pieces with integer multiplies, gives x 2/pi modulo 4: the
 //     quadrant on top and 124 bits of fraction, turned into r = rh + rl. A register runs this
 //     only when one of its lanes needs it, so such a lane costs a slower block, not a call.
 // Infinities and NaNs go to the scalar callouts.
 //
-// Levels (double; single in parentheses, evaluated in double):
-//   HA: S of 7 terms, C of 6, the low part rl carried into both, Tan as a quotient of double
-//       double values with one correction step (S 4, C 4). Every level of variants 0 and 1.
-//   LA: S and C of 6 terms without rl (3 and 3).
-//   EP: S and C of 4 terms (2 and 2).
-// Coefficients: tools/fit_trig_poly.py. Relative errors of the polynomials: HA sin 2^-57,
-// cos 2^-59; LA 2^-55, 2^-59; EP 2^-35, 2^-39; single 2^-35, 2^-26, 2^-17.
+// Polynomials (double; single in parentheses, evaluated in double), from tools/fit_trig_poly.py
+// with the relative error of each:
+//   HA: S of 7 terms (2^-57), C of 6 (2^-59), the low part rl and the rounding errors of r^2 and
+//       r^3 carried, Tan as a quotient of double-double values with one correction step
+//       (S 4, C 4: 2^-35, 2^-39). Every level of variants 0 and 1.
+//   LA: by pi/2 S and C of 6 terms (2^-55, 2^-59) without rl (3 and 3: 2^-26, 2^-29); by pi
+//       8 terms (2^-54.6) (4: 2^-25).
+//   EP: by pi/2 S and C of 4 terms (2^-35, 2^-39) (2 and 2: 2^-17, 2^-20); by pi Sin 5 terms
+//       (2^-33) (3: 2^-17.7), Cos the LA polynomial, so that cos 0 is exactly 1.
 #include <bit>
 #include <cstdint>
 #include <limits>
@@ -528,9 +533,10 @@ struct TrigKernel {
                                                        : (sizeof(T) == 8 ? "vdTan" : "vsTan");
   static constexpr bool kCleanRuns = true;
 
-  // Cos of EP stays with the pi/2 design, whose cos 0 is exactly 1.
-  using W = std::conditional_t<(F == Fn::kSin && L != Lv::kHA) || (F == Fn::kCos && L == Lv::kLA),
-                               WideSin<T, L>, void>;
+  // Cos of EP takes the LA polynomial: with the shorter one cos 0 would not be exactly 1.
+  using W = std::conditional_t<
+      F == Fn::kSin && L != Lv::kHA, WideSin<T, L>,
+      std::conditional_t<F == Fn::kCos && L != Lv::kHA, WideSin<T, Lv::kLA>, void>>;
 
   static V vector(const V& x, std::uint32_t& bad, std::uint32_t) {
     return run_type<F, P, W>(finite_part(x, bad), nullptr);
