@@ -149,7 +149,8 @@ int main(int argc, char** argv) {
     } else if (std::strcmp(argv[i], "--only") == 0 && i + 1 < argc) {
       opt.only = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]\n");
+      std::fprintf(stderr,
+                   "usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]\n");
       return 2;
     }
   }
