@@ -3,7 +3,8 @@
 // (AVX-512: eight doubles, sixteen singles), at n = 1e3, 1e5, 1e7. Inputs are uniform in
 // [-pi, pi] ("pi") and in [-1e6, 1e6] ("1e6"); a third set ("huge", n = 1e5 only) has one
 // element in eight at a random binary exponent from 2^21 to 2^1023 (2^127 in single), so that
-// every register takes the second reduction.
+// every register takes the second reduction. vdSin and vdCos also run their AVX2 cells beside
+// SLEEF's and glibc's four-lane functions.
 // Counters: CPU ns per element ("ns/elem"); the machine is shared, so CPU time is the steadier
 // measure.
 #include <benchmark/benchmark.h>
@@ -18,6 +19,7 @@
 #include "peer_isa.h"
 #include "runtime/settings.h"
 #include "tvx_vector.h"
+#include "vector/frame/rows.h"
 
 #pragma GCC push_options
 #pragma GCC target("avx2,fma,avx512f,avx512dq")
@@ -76,6 +78,24 @@ void libmvec_sincos(int n, const double* a, double* s, double* c) {
         _mm512_add_epi64(_mm512_set1_epi64(reinterpret_cast<long long>(c + i)), lanes);
     _ZGVeN8vvv_sincos(_mm512_loadu_pd(a + i), ps, pc);
   }
+}
+}  // namespace
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx2,fma")
+extern "C" {
+__m256d Sleef_sind4_u10avx2(__m256d);
+__m256d Sleef_sind4_u35avx2(__m256d);
+__m256d Sleef_cosd4_u10avx2(__m256d);
+__m256d Sleef_cosd4_u35avx2(__m256d);
+__m256d _ZGVdN4v_sin(__m256d);
+__m256d _ZGVdN4v_cos(__m256d);
+}
+namespace {
+template <__m256d (*F)(__m256d)>
+void d4(int n, const double* a, double* r, double*) {
+  for (int i = 0; i + 4 <= n; i += 4) _mm256_storeu_pd(r + i, F(_mm256_loadu_pd(a + i)));
 }
 }  // namespace
 #pragma GCC pop_options
@@ -154,6 +174,12 @@ void tvx_cos_s(int n, const float* a, float* r, float*) {
   vmsCos(n, a, r, M);
 }
 
+// The AVX2 kernel of a level, straight from its dispatch cell.
+template <const tvx::frame::Row<tvx::frame::K_v_v<double>>* R, int kLevel>
+void avx2_cell(int n, const double* a, double* r, double*) {
+  R->kernels[kAvx2Variant + 6 * (kLevel - 1)](n, a, r);
+}
+
 template <class T>
 struct Case {
   const char* name;
@@ -183,6 +209,16 @@ const Case<double> kDouble[] = {
     {"Sleef_tand8_u10", d8<Sleef_tand8_u10>, kAvx512Variant},
     {"Sleef_tand8_u35", d8<Sleef_tand8_u35>, kAvx512Variant},
     {"Libmvec_tan8", d8<_ZGVeN8v_tan>, kAvx512Variant},
+    {"Tvx_vdSin_avx2/HA", avx2_cell<&tvx_row_sin_d, 2>, kAvx2Variant},
+    {"Tvx_vdSin_avx2/LA", avx2_cell<&tvx_row_sin_d, 1>, kAvx2Variant},
+    {"Sleef_sind4_u10avx2", d4<Sleef_sind4_u10avx2>, kAvx2Variant},
+    {"Sleef_sind4_u35avx2", d4<Sleef_sind4_u35avx2>, kAvx2Variant},
+    {"Libmvec_sin4", d4<_ZGVdN4v_sin>, kAvx2Variant},
+    {"Tvx_vdCos_avx2/HA", avx2_cell<&tvx_row_cos_d, 2>, kAvx2Variant},
+    {"Tvx_vdCos_avx2/LA", avx2_cell<&tvx_row_cos_d, 1>, kAvx2Variant},
+    {"Sleef_cosd4_u10avx2", d4<Sleef_cosd4_u10avx2>, kAvx2Variant},
+    {"Sleef_cosd4_u35avx2", d4<Sleef_cosd4_u35avx2>, kAvx2Variant},
+    {"Libmvec_cos4", d4<_ZGVdN4v_cos>, kAvx2Variant},
 };
 const Case<float> kSingle[] = {
     TVX_LEVELS(tvx_sin_s, "vsSin"),

@@ -331,6 +331,15 @@ std::vector<Function<T>> trig_functions() {
        sincos_row<T, 1>(std::make_integer_sequence<int, 18>()), mpfr_cos, -big / 2, big / 2, points,
        even},
   };
+  if constexpr (!kD) {
+    // Whole registers inside the single-precision reduction (|x| <= 10000).
+    std::vector<double> near;
+    for (double p : points) {
+      if (std::fabs(p) <= 1e4) near.push_back(p);
+    }
+    fns.push_back({"vsSin(|x|<=1e4)", vsSin, &tvx_row_sin_s, mpfr_sin, -1e4, 1e4, near, odd});
+    fns.push_back({"vsCos(|x|<=1e4)", vsCos, &tvx_row_cos_s, mpfr_cos, -1e4, 1e4, near, even});
+  }
   return fns;
 }
 

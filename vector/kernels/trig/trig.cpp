@@ -114,11 +114,13 @@ template <>
 struct WideSin<float, Lv::kLA> {
   static constexpr double kS[] = {-0x1.55555463d6642p-3, 0x1.11104d384e558p-7,
                                   -0x1.9fb685b3e13aap-13, 0x1.61a18a503012bp-19};
+  static constexpr float kSf[] = {float(kS[0]), float(kS[1]), float(kS[2]), float(kS[3])};
 };
 template <>
 struct WideSin<float, Lv::kEP> {
   static constexpr double kS[] = {-0x1.5554ad722b3dep-3, 0x1.10c46c410aa59p-7,
                                   -0x1.8b3e4e47508edp-13};
+  static constexpr float kSf[] = {float(kS[0]), float(kS[1]), float(kS[2])};
 };
 
 template <class T, Lv L>
@@ -488,6 +490,42 @@ template <Fn F, class P, class W = void>
   return y;
 }
 
+// Single Sin and Cos of LA and EP on the variants with fused multiply-add, for lanes within
+// 10000: the same reduction by pi in single precision (pi in three parts of
+// 24 bits; the first product is exact inside the fused operation, and 72 bits of pi leave r
+// good to 2^-24 relative, since a single below 10000 comes no closer to a multiple of pi than
+// about 2^-30) and the polynomial in single.
+constexpr float kSingleLimit = 10000.0f;
+
+template <class W, bool kCos>
+[[gnu::always_inline]] inline VF sin_by_pi_single(const VF& xs, const VF& ax) {
+  using UF = uvec<float>;
+  constexpr float kShiftF = 0x1.8p23f;
+  constexpr float kInvPiF = 0x1.45f306p-2f;
+  VF n;
+  VF t;
+  if constexpr (kCos) {
+    t = simd::fma(ax, VF(kInvPiF), VF(0.5f)) + VF(kShiftF);
+    n = (t - VF(kShiftF)) - VF(0.5f);
+  } else {
+    t = simd::fma(ax, VF(kInvPiF), VF(kShiftF));
+    n = t - VF(kShiftF);
+  }
+  VF r = simd::fnma(n, VF(0x1.921fb6p+1f), ax);
+  r = simd::fnma(n, VF(-0x1.777a5cp-24f), r);
+  r = simd::fnma(n, VF(-0x1.ee59dap-49f), r);
+  const auto tiny = simd::abs(r) < VF(0x1p-12f);
+  const VF r0 = simd::select(tiny, VF(0.0f), r);
+  const VF z = r0 * r0;
+  const VF y = simd::fma(r0 * z, simd::horner(z, W::kSf), r);
+  const VF sign = simd::from_bits<float>((simd::as_bits(t) & UF(1)) << 31);
+  if constexpr (kCos) {
+    return y ^ sign;
+  } else {
+    return y ^ sign ^ simd::sign_of(xs);
+  }
+}
+
 // ---- kernels ------------------------------------------------------------------------------------
 template <class T>
 inline bool finite_bits(T x) {
@@ -539,7 +577,17 @@ struct TrigKernel {
       std::conditional_t<F == Fn::kCos && L != Lv::kHA, WideSin<T, Lv::kLA>, void>>;
 
   static V vector(const V& x, std::uint32_t& bad, std::uint32_t) {
-    return run_type<F, P, W>(finite_part(x, bad), nullptr);
+    const V xs = finite_part(x, bad);
+    if constexpr (sizeof(T) == 4 && simd::kHasFma && !std::is_same_v<W, void>) {
+      // Lane by lane: within the limit the single path, beyond it the double one, so that an
+      // element's result does not depend on its neighbours.
+      const V ax = simd::abs(xs);
+      const auto far = ax > V(kSingleLimit);
+      const V y = sin_by_pi_single<W, F == Fn::kCos>(xs, xsimd::min(ax, V(kSingleLimit)));
+      if (simd::bits(far) == 0) return y;
+      return simd::select(far, run_type<F, P, W>(xs, nullptr), y);
+    }
+    return run_type<F, P, W>(xs, nullptr);
   }
   static int callout(T x, T* r) {
     if (!finite_bits(x)) return nonfinite(x, r);
