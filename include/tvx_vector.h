@@ -470,6 +470,38 @@ TVX_API void vzUnpackM(int n, const TvxComplex16* a, TvxComplex16* y, const int*
 TVX_API void vmzUnpackM(int n, const TvxComplex16* a, TvxComplex16* y, const int* my, unsigned int mode);
 TVX_API void vzunpackm(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* my);
 TVX_API void vmzunpackm(const int* n, const TvxComplex16* a, TvxComplex16* y, const int* my, const unsigned int* mode);
+TVX_API void vdSin(int n, const double* a, double* r);
+TVX_API void vmdSin(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdsin(const int* n, const double* a, double* r);
+TVX_API void vmdsin(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsSin(int n, const float* a, float* r);
+TVX_API void vmsSin(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vssin(const int* n, const float* a, float* r);
+TVX_API void vmssin(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdCos(int n, const double* a, double* r);
+TVX_API void vmdCos(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdcos(const int* n, const double* a, double* r);
+TVX_API void vmdcos(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsCos(int n, const float* a, float* r);
+TVX_API void vmsCos(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vscos(const int* n, const float* a, float* r);
+TVX_API void vmscos(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdTan(int n, const double* a, double* r);
+TVX_API void vmdTan(int n, const double* a, double* r, unsigned int mode);
+TVX_API void vdtan(const int* n, const double* a, double* r);
+TVX_API void vmdtan(const int* n, const double* a, double* r, const unsigned int* mode);
+TVX_API void vsTan(int n, const float* a, float* r);
+TVX_API void vmsTan(int n, const float* a, float* r, unsigned int mode);
+TVX_API void vstan(const int* n, const float* a, float* r);
+TVX_API void vmstan(const int* n, const float* a, float* r, const unsigned int* mode);
+TVX_API void vdSinCos(int n, const double* a, double* r1, double* r2);
+TVX_API void vmdSinCos(int n, const double* a, double* r1, double* r2, unsigned int mode);
+TVX_API void vdsincos(const int* n, const double* a, double* r1, double* r2);
+TVX_API void vmdsincos(const int* n, const double* a, double* r1, double* r2, const unsigned int* mode);
+TVX_API void vsSinCos(int n, const float* a, float* r1, float* r2);
+TVX_API void vmsSinCos(int n, const float* a, float* r1, float* r2, unsigned int mode);
+TVX_API void vssincos(const int* n, const float* a, float* r1, float* r2);
+TVX_API void vmssincos(const int* n, const float* a, float* r1, float* r2, const unsigned int* mode);
 /* END GENERATED VECTOR DECLARATIONS */
 /* clang-format on */
 

@@ -85,5 +85,6 @@ template <class T>
 Rows<T> arith_rows();
 template <class T>
 Rows<T> pow_rows();
+Rows<T> trig_rows();
 
 }  // namespace tvx::family

@@ -2,7 +2,7 @@
 // for each type, accuracy level and variant the CPU runs, against MPFR; and the exact results of
 // special values. The kernels are called straight from their dispatch-row cells.
 //
-// Usage: tvx_accuracy [--points N] [--seed S] [--markdown]
+// Usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]
 //   N inputs per function (default 20000): a quarter uniform over the function's range, a
 //   quarter with a random binary exponent (both signs, down to the smallest subnormal), half
 //   packed around the function's interesting points at random distances from 2^-1 to 2^-50
@@ -30,6 +30,7 @@ struct Options {
   long points = 20000;
   unsigned seed = 20240611;
   bool markdown = false;
+  const char* only = nullptr;  // run only the functions whose name contains this
 };
 
 // The exact value of one input, kept as (hi + lo) * 2^scale where 2^scale is the ulp of the
@@ -79,6 +80,7 @@ int run_type(const std::vector<Function<T>>& fns, const Options& opt, std::FILE*
   static const char* kLevel[] = {"LA", "HA", "EP"};
   int failures = 0;
   for (const Function<T>& f : fns) {
+    if (opt.only != nullptr && std::strstr(f.name, opt.only) == nullptr) continue;
     std::mt19937_64 rng(opt.seed);
     const std::vector<T> in = sample_inputs(f, opt.points, rng);
     std::vector<T> res(in.size());
@@ -201,8 +203,11 @@ int main(int argc, char** argv) {
       opt.seed = static_cast<unsigned>(std::atol(argv[++i]));
     } else if (std::strcmp(argv[i], "--markdown") == 0) {
       opt.markdown = true;
+    } else if (std::strcmp(argv[i], "--only") == 0 && i + 1 < argc) {
+      opt.only = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: tvx_accuracy [--points N] [--seed S] [--markdown]\n");
+      std::fprintf(stderr,
+                   "usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]\n");
       return 2;
     }
   }
@@ -220,6 +225,8 @@ int main(int argc, char** argv) {
   failures += tvx::accuracy::run_type(tvx::accuracy::root_functions<float>(), opt, stdout);
   failures += tvx::accuracy::run_pairs(tvx::accuracy::pair_functions<double>(), opt, stdout);
   failures += tvx::accuracy::run_pairs(tvx::accuracy::pair_functions<float>(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::trig_functions<double>(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::trig_functions<float>(), opt, stdout);
   std::printf("\n%ld inputs per function, seed %u: %s\n", opt.points, opt.seed,
               failures == 0 ? "all goals met" : "GOALS MISSED");
   return failures == 0 ? 0 : 1;

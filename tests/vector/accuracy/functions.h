@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "support/mpfr_ulp.h"
@@ -231,6 +232,114 @@ inline std::vector<Function<float>> float_functions() {
         {1e-30, 1e-30}}},
   };
   add_powers_of_ten(fns[3], 10);
+  return fns;
+}
+
+// ---- trigonometric functions --------------------------------------------------------------------
+// One output of SinCos as a one-in, one-out cell (Out 0: sine, 1: cosine), so that both outputs
+// meet the goals of the tester.
+template <class T, class D, class F>
+constexpr auto pick(D d, F f) {
+  if constexpr (sizeof(T) == 8) {
+    return d;
+  } else {
+    return f;
+  }
+}
+template <class T, int Out, int Slot>
+void sincos_cell(int n, const T* a, T* y) {
+  static thread_local std::vector<T> other;
+  other.resize(static_cast<size_t>(n > 0 ? n : 0));
+  const auto* row = pick<T>(&tvx_row_sincos_d, &tvx_row_sincos_s);
+  if (Out == 0) {
+    row->kernels[Slot](n, a, y, other.data());
+  } else {
+    row->kernels[Slot](n, a, other.data(), y);
+  }
+}
+template <class T, int Out, int... S>
+const Row<T>* sincos_row(std::integer_sequence<int, S...>) {
+  static const Row<T> row{{&sincos_cell<T, Out, S>...}, {}};
+  return &row;
+}
+template <class T, int Out>
+void sincos_c_form(int n, const T* a, T* y) {
+  std::vector<T> other(static_cast<size_t>(n > 0 ? n : 0));
+  if constexpr (sizeof(T) == 8) {
+    Out == 0 ? vdSinCos(n, a, y, other.data()) : vdSinCos(n, a, other.data(), y);
+  } else {
+    Out == 0 ? vsSinCos(n, a, y, other.data()) : vsSinCos(n, a, other.data(), y);
+  }
+}
+
+// Sin, Cos, Tan and the two outputs of SinCos: inputs over the whole finite range, packed around
+// multiples of pi/4 and pi/2 (small and large), the limit of the first reduction (2^20), the
+// argument that comes closest to a multiple of pi/2 among all doubles, and huge values.
+template <class T>
+std::vector<Function<T>> trig_functions() {
+  constexpr bool kD = sizeof(T) == 8;
+  const double big = std::numeric_limits<T>::max();
+  const double pi4 = 0x1.921fb54442d18p-1;
+  std::vector<double> points = {0.0, 1.0, 0x1p20, -0x1p20, 1e22, big};
+  for (int k = 1; k <= 12; ++k) points.push_back(k * pi4), points.push_back(-k * pi4);
+  for (double k : {1e3, 65536.0, 1e5, 667544.0, 1e9, 1e15}) points.push_back(k * 2 * pi4);
+  if (kD) points.push_back(0x1.6ac5b262ca1ffp+849);
+  if (kD) points.push_back(1e300);
+  const double tiny = kD ? 0x1p-1070 : 0x1p-140;
+  const double pole = kD ? pi4 * 2 : 0x1.921fb6p+0;  // tan: about 1.6e16 (double), finite
+  std::vector<Special> odd = {{0.0, 0.0},
+                              {-0.0, -0.0},
+                              {kInf, kNaN, KAZ_STATUS_ERRDOM},
+                              {-kInf, kNaN, KAZ_STATUS_ERRDOM},
+                              {kNaN, kNaN},
+                              {tiny, tiny},
+                              {-tiny, -tiny},
+                              {1e-30, 1e-30},
+                              {1e22, kByTruth},
+                              {big, kByTruth},
+                              {-big, kByTruth},
+                              {10000.0, kByTruth},
+                              {0x1.38801p+13, kByTruth}};
+  std::vector<Special> even = {{0.0, 1.0},
+                               {-0.0, 1.0},
+                               {kInf, kNaN, KAZ_STATUS_ERRDOM},
+                               {-kInf, kNaN, KAZ_STATUS_ERRDOM},
+                               {kNaN, kNaN},
+                               {tiny, 1.0},
+                               {-tiny, 1.0},
+                               {1e-30, 1.0},
+                               {1e22, kByTruth},
+                               {big, kByTruth},
+                               {-big, kByTruth},
+                               {10000.0, kByTruth}};
+  if (kD) {
+    for (auto* list : {&odd, &even}) list->push_back({0x1.6ac5b262ca1ffp+849, kByTruth});
+  }
+  std::vector<Special> tan = odd;
+  tan.push_back({pole, kByTruth});
+  std::vector<Function<T>> fns = {
+      {kD ? "vdSin" : "vsSin", pick<T>(vdSin, vsSin), pick<T>(&tvx_row_sin_d, &tvx_row_sin_s),
+       mpfr_sin, -big / 2, big / 2, points, odd},
+      {kD ? "vdCos" : "vsCos", pick<T>(vdCos, vsCos), pick<T>(&tvx_row_cos_d, &tvx_row_cos_s),
+       mpfr_cos, -big / 2, big / 2, points, even},
+      {kD ? "vdTan" : "vsTan", pick<T>(vdTan, vsTan), pick<T>(&tvx_row_tan_d, &tvx_row_tan_s),
+       mpfr_tan, -big / 2, big / 2, points, tan},
+      {kD ? "vdSinCos(sin)" : "vsSinCos(sin)", sincos_c_form<T, 0>,
+       sincos_row<T, 0>(std::make_integer_sequence<int, 18>()), mpfr_sin, -big / 2, big / 2, points,
+       odd},
+      {kD ? "vdSinCos(cos)" : "vsSinCos(cos)", sincos_c_form<T, 1>,
+       sincos_row<T, 1>(std::make_integer_sequence<int, 18>()), mpfr_cos, -big / 2, big / 2, points,
+       even},
+  };
+  if constexpr (!kD) {
+    // Whole registers inside the single-precision reduction (|x| <= 10000).
+    std::vector<double> near;
+    for (double p : points) {
+      if (std::fabs(p) <= 1e4) near.push_back(p);
+    }
+    fns.push_back({"vsSin(1e4)", vsSin, &tvx_row_sin_s, mpfr_sin, -1e4, 1e4, near, odd});
+    fns.push_back({"vsCos(1e4)", vsCos, &tvx_row_cos_s, mpfr_cos, -1e4, 1e4, near, even});
+  }
   return fns;
 }
 
