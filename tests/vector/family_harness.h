@@ -83,5 +83,12 @@ template <class T>
 Rows<T> exp_log_rows();
 template <class T>
 Rows<T> arith_rows();
+template <class T>
+Rows<T> invtrig_rows();
+
+// Rows from a table of the accuracy tester (which must outlive them): its special values become
+// the cases, its sampler gives the inputs.
+template <class T>
+Rows<T> function_rows(const std::vector<accuracy::Function<T>>& table);
 
 }  // namespace tvx::family
