@@ -19,6 +19,9 @@
 
 #include "vector/kernels/exp_log/exp_scalar.h"
 #include "vector/kernels/exp_log/exp_table.h"
+#if TVX_VARIANT_ID == 5
+#include "vector/kernels/exp_log/exp_avx512.h"
+#endif
 #include "vector/kernels/invtrig_hyp/common.h"
 
 namespace tvx::TVX_VNS::ith {
@@ -39,6 +42,17 @@ constexpr Lv log_level(Acc a) {
   return a == Acc::HA ? Lv::kHA : (a == Acc::LA ? Lv::kLA : Lv::kEP);
 }
 
+// e^a for 0 <= a <= 707.7 rounded once, by the level's Exp design (the register tables on
+// AVX-512, the memory tables elsewhere).
+template <Acc A>
+inline VD exp_rounded(const VD& a) {
+#if TVX_VARIANT_ID == 5
+  return exp_detail::exp_avx512<double, A>(a);
+#else
+  return exp_detail::exp_table<double, A>(a);
+#endif
+}
+
 // e^a for 0 <= a <= 707.7: as eh + el with |el| below half an ulp of eh at HA (the HA table design
 // of Exp), else one.
 template <Acc A>
@@ -52,7 +66,7 @@ inline void exp_parts_v(const VD& a, VD& eh, VD& el) {
     // th (1 + q) + tl, renormalised so that el lies below the last bit of eh.
     fast_two_sum(z.th * scale, simd::madd(q, z.th, z.tl) * scale, eh, el);
   } else {
-    eh = exp_detail::exp_table<double, A>(a);
+    eh = exp_rounded<A>(a);
     el = VD(0.0);
   }
 }
@@ -64,7 +78,7 @@ inline VD odd_poly(const VD& x, const VD& ax, double limit, const double (&g)[N]
   const auto tiny = ax < VD(0x1p-27);
   const VD xp = simd::select(tiny || ax >= VD(limit), VD(0.0), x);
   const VD s = xp * xp;
-  return simd::select(tiny, times_one(x), x + (xp * s) * simd::horner(s, g));
+  return simd::select(tiny, times_one(x), x + (xp * s) * simd::estrin(s, s * s, g));
 }
 
 // |x| up to here stays in the vector path of Sinh and Cosh (707.7, high word 0x40861D99).
@@ -152,17 +166,21 @@ struct TanhD {
     const VD a = simd::abs(xs);
     const auto sat = a >= VD(20.0);
     const VD a2 = VD(2.0) * simd::select(sat, VD(1.0), a);
-    VD eh, el, big;
-    exp_parts_v<A>(a2, eh, el);
+    VD big;
     if constexpr (A == Acc::HA) {
+      // E = e^(2|x|) rounded once (the HA Exp design) is enough: its error reaches the result
+      // scaled by 2E/(E+1)^2 < 0.45; E + 1 and the quotient are kept in two parts.
       VD dh, dl, r, e;
+      const VD eh = exp_rounded<Acc::HA>(a2);
       fast_two_sum(eh, VD(1.0), dh, dl);
-      dl = dl + el;
-      const VD q = VD(2.0) / dh;
-      const VD ql = (residual(VD(2.0), q, dh) - q * dl) / dh;
+      const VD rcp = VD(1.0) / dh;
+      const VD q = rcp + rcp;
+      const VD ql = (residual(VD(2.0), q, dh) - q * dl) * rcp;
       fast_two_sum(VD(1.0), -q, r, e);
       big = r + (e - ql);
     } else {
+      VD eh, el;
+      exp_parts_v<A>(a2, eh, el);
       big = VD(1.0) - VD(2.0) / (eh + VD(1.0));
     }
     const VD sgn = sign_bits(xs);

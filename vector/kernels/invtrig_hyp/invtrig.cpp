@@ -3,13 +3,14 @@
 // Atan: |x| is placed in one of five intervals by the thresholds 7/16, 11/16, 19/16 and 39/16,
 // with the reference points c = 0, 1/2, 1, 3/2 and infinity; t = (|x| - c) / (1 + c |x|)
 // (t = -1/|x| in the last interval) lies within [-7/16, 7/16], and
-// atan |x| = atan(c) + t + t^3 g(t^2). HA forms the quotient in two parts (the residual of the
-// division, exact through a fused or halved product), keeps atan(c) in two parts and adds the
-// large terms as an exact sum, so that the last rounding is the only large one. LA rounds the
-// quotient; EP also shortens g to six terms.
+// atan |x| = atan(c) + t + t^3 g(t^2). HA and LA form the quotient in two parts (the residual of
+// the division, exact through a fused or halved product), keep atan(c) in two parts and add the
+// large terms as an exact sum, so that the last rounding is the only large one; LA has a shorter
+// g. EP rounds the quotient and shortens g to six terms.
 //
-// Atan2: the quotient of the smaller by the larger magnitude, in two parts at HA, through the
-// same intervals; then pi/2 minus it, pi minus it, and the sign of y, each step as an exact sum.
+// Atan2: the same on n/d, the smaller magnitude over the larger, reduced from n and d directly
+// (one division for both steps); then pi/2 minus it, pi minus it, and the sign of y, each step as
+// an exact sum but at EP.
 //
 // Asin and Acos: below 1/2, asin x = x + x^3 g(x^2). From 1/2 on, with w = (1 - |x|)/2 (exact)
 // and s = sqrt(w): asin |x| = pi/2 - 2 (s + s w g(w)), acos x = 2 (s + s w g(w)) for positive x
@@ -35,12 +36,19 @@ constexpr decltype(auto) by_level(const H& h, const L& l, const E& e) {
   }
 }
 
-// atan(a + al) for 0 <= a < 2^1000 (al only with kLow, from a two-part quotient), as hi + lo;
-// the quotient and the sum in two parts with kTwo (HA, and Atan2's LA).
-template <Acc A, bool kLow, bool kTwo = A == Acc::HA>
-inline void atan_core(const VD& a, const VD& al, VD& hi, VD& lo) {
-  const auto i1 = a >= VD(7.0 / 16), i2 = a >= VD(11.0 / 16), i3 = a >= VD(19.0 / 16),
-             i4 = a >= VD(39.0 / 16);
+// atan(n/d) for 0 <= n, 0 < d with n/d < 2^60 and d = 1 or n <= d, as hi + lo. The interval of
+// n/d is chosen by comparing n with the thresholds times d, and the reduced argument is formed
+// from n and d directly: t = (n - c d) / (d + c n), or -d/n in interval 4, with n - c d exact
+// (n and c d lie within a factor 2). Apart from EP the quotient is carried in two parts, from
+// one reciprocal: t = num / den to about an ulp, and its residual, exact through a fused or
+// halved product, gives the rest.
+// kAtMostOne: n <= d always (Atan2), so intervals 3 and 4 never occur.
+template <Acc A, bool kAtMostOne = false>
+inline void atan_core(const VD& n, const VD& d, VD& hi, VD& lo) {
+  using M = simd::mask<double>;
+  const M i1 = n >= VD(7.0 / 16) * d, i2 = n >= VD(11.0 / 16) * d;
+  const M i3 = kAtMostOne ? M(false) : M(n >= VD(19.0 / 16) * d);
+  const M i4 = kAtMostOne ? M(false) : M(n >= VD(39.0 / 16) * d);
   auto pick = [&](const double* v) {
     return simd::select(
         i4, VD(v[4]),
@@ -50,31 +58,26 @@ inline void atan_core(const VD& a, const VD& al, VD& hi, VD& lo) {
   const VD c =
       simd::select(i3, VD(1.5), simd::select(i2, VD(1.0), simd::select(i1, VD(0.5), VD(0.0))));
   const VD ch = pick(kAtanRefHi);
-  // t = num / (one + cc a): (a - c) / (1 + c a) in intervals 0 to 3, -1 / a in interval 4.
-  const VD one = simd::select(i4, VD(0.0), VD(1.0));
-  const VD cc = simd::select(i4, VD(1.0), c);
-  const VD num = simd::select(i4, VD(-1.0), a - c);  // exact: a and c within a factor 2
+  const VD num = simd::select(i4, -d, n - c * d);
   VD t, tl(0.0);
-  if constexpr (kTwo) {
+  if constexpr (A != Acc::EP) {
     VD p, pe, dh, dl;
-    two_prod(cc, a, p, pe);
-    two_sum(one, p, dh, dl);
-    dl = dl + pe;
-    t = num / dh;
-    tl = (residual(num, t, dh) - t * dl) / dh;
-    if constexpr (kLow) {
-      // dt/da = (1 + c^2) / (1 + c a)^2, or 1 / a^2 in interval 4.
-      const VD k = simd::select(i4, VD(1.0), c * c + VD(1.0));
-      tl = tl + (al * k) / (dh * dh);
-    }
+    two_prod(c, n, p, pe);
+    two_sum(d, p, dh, dl);
+    dh = simd::select(i4, n, dh);
+    dl = simd::select(i4, VD(0.0), dl + pe);
+    const VD rcp = VD(1.0) / dh;
+    t = num * rcp;
+    tl = (residual(num, t, dh) - t * dl) * rcp;
   } else {
-    t = num / simd::madd(cc, a, one);
+    t = num / simd::select(i4, n, simd::madd(c, n, d));
   }
   // Below 2^-27 t^3 g is far below the last bit; 0 stands in, so that nothing underflows.
   const VD tp = simd::select(simd::abs(t) < VD(0x1p-27), VD(0.0), t);
   const VD s = tp * tp;
-  const VD z = (tp * s) * simd::horner(s, by_level<A>(kAtanPolyHa, kAtanPolyLa, kAtanPolyEp));
-  if constexpr (kTwo) {
+  const VD z =
+      (tp * s) * simd::estrin(s, s * s, by_level<A>(kAtanPolyHa, kAtanPolyLa, kAtanPolyEp));
+  if constexpr (A != Acc::EP) {
     VD e;
     fast_two_sum(ch, t, hi, e);
     lo = e + (pick(kAtanRefLo) + (tl + z));
@@ -97,7 +100,7 @@ struct AtanD {
     const auto tiny = ax < VD(0x1p-27);
     const auto huge = ax >= VD(0x1p60);  // pi/2 - 1/|x| rounds to pi/2
     VD hi, lo;
-    atan_core<A, false>(simd::select(tiny || huge, VD(1.0), ax), VD(0.0), hi, lo);
+    atan_core<A>(simd::select(tiny || huge, VD(1.0), ax), VD(1.0), hi, lo);
     const VD y = simd::select(huge, VD(kPi2Hi), hi + lo);
     return simd::select(tiny, times_one(x), with_sign(y, sign_bits(x)));
   }
@@ -123,13 +126,10 @@ struct Atan2D {
     const VD ys = simd::select(ok, ay, VD(1.0));
     const VD xs = simd::select(ok, ax, VD(1.0));
     const auto swap = ys > xs;
-    const VD n = simd::select(swap, xs, ys);
-    const VD d = simd::select(swap, ys, xs);
-    const VD t = n / d;
     VD hi, lo;
+    atan_core<A, true>(simd::select(swap, xs, ys), simd::select(swap, ys, xs), hi, lo);
+    const auto neg = with_sign(VD(1.0), sign_bits(x)) < VD(0.0);
     if constexpr (A != Acc::EP) {
-      // LA too: the quotient's rounding, carried through pi - (pi/2 - atan), would cost 3 ulps.
-      atan_core<A, true, true>(t, residual(n, t, d) / d, hi, lo);
       VD h1, e1, h2, e2;
       // pi/2 - (hi + lo) where |y| > |x|.
       fast_two_sum(VD(kPi2Hi), -hi, h1, e1);
@@ -139,15 +139,12 @@ struct Atan2D {
       // pi - (hi + lo) where x is negative.
       fast_two_sum(VD(kPiHi), -hi, h2, e2);
       const VD l2 = (VD(kPiLo) - lo) + e2;
-      const auto neg = with_sign(VD(1.0), sign_bits(x)) < VD(0.0);
       hi = simd::select(neg, h2, hi);
       lo = simd::select(neg, l2, lo);
       return with_sign(hi + lo, sign_bits(y));
     } else {
-      atan_core<A, false>(t, VD(0.0), hi, lo);
       VD v = hi + lo;
       v = simd::select(swap, (VD(kPi2Hi) - v) + VD(kPi2Lo), v);
-      const auto neg = with_sign(VD(1.0), sign_bits(x)) < VD(0.0);
       v = simd::select(neg, (VD(kPiHi) - v) + VD(kPiLo), v);
       return with_sign(v, sign_bits(y));
     }
@@ -213,7 +210,7 @@ struct AsinAcosD {
     const VD w = (VD(1.0) - ax) * VD(0.5);  // exact for |x| in [1/2, 1]
     const VD xp = simd::select(tiny, VD(0.0), xs);
     const VD z = simd::select(big, w, xp * xp);
-    const VD g = simd::horner(z, by_level<A>(kAsinPolyHa, kAsinPolyLa, kAsinPolyEp));
+    const VD g = simd::estrin(z, z * z, by_level<A>(kAsinPolyHa, kAsinPolyLa, kAsinPolyEp));
     // Large arguments: asin(sqrt w) = s + s w g = sh + v.
     const VD s = simd::sqrt(simd::select(big, w, VD(0.0)));
     VD sh = s, v = s * w * g;
