@@ -11,3 +11,5 @@ tvx_add_variant_family(exp_log vector/kernels/exp_log/exp.cpp vector/kernels/exp
 tvx_add_variant_family(pack vector/kernels/pack/pack.cpp)
 tvx_add_variant_family(pow vector/kernels/pow/variant.cpp)
 tvx_add_variant_family(trig vector/kernels/trig/trig.cpp)
+tvx_add_variant_family(invtrig_hyp vector/kernels/invtrig_hyp/invtrig.cpp
+                       vector/kernels/invtrig_hyp/hyp.cpp)

@@ -34,9 +34,11 @@ bool quiet(const accuracy::Function<T>& f, T x) {
   return v >= std::numeric_limits<T>::min() && v <= std::numeric_limits<T>::max();
 }
 
+}  // namespace
+
+// Rows from a table of the accuracy tester, which must outlive them.
 template <class T>
-Rows<T> rows_of(const std::vector<accuracy::Function<T>>& fns) {
-  static const std::vector<accuracy::Function<T>> table = fns;
+Rows<T> function_rows(const std::vector<accuracy::Function<T>>& table) {
   Rows<T> rows;
   std::mt19937_64 rng(2024);
   for (const auto& f : table) {
@@ -57,15 +59,18 @@ Rows<T> rows_of(const std::vector<accuracy::Function<T>>& fns) {
   return rows;
 }
 
-}  // namespace
+template Rows<double> function_rows(const std::vector<accuracy::Function<double>>&);
+template Rows<float> function_rows(const std::vector<accuracy::Function<float>>&);
 
 template <>
 Rows<double> exp_log_rows<double>() {
-  return rows_of(accuracy::double_functions());
+  static const std::vector<accuracy::Function<double>> table = accuracy::double_functions();
+  return function_rows(table);
 }
 template <>
 Rows<float> exp_log_rows<float>() {
-  return rows_of(accuracy::float_functions());
+  static const std::vector<accuracy::Function<float>> table = accuracy::float_functions();
+  return function_rows(table);
 }
 
 }  // namespace tvx::family

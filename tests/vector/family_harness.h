@@ -86,5 +86,11 @@ Rows<T> arith_rows();
 template <class T>
 Rows<T> pow_rows();
 Rows<T> trig_rows();
+Rows<T> invtrig_rows();
+
+// Rows from a table of the accuracy tester (which must outlive them): its special values become
+// the cases, its sampler gives the inputs.
+template <class T>
+Rows<T> function_rows(const std::vector<accuracy::Function<T>>& table);
 
 }  // namespace tvx::family

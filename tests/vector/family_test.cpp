@@ -32,7 +32,8 @@ struct Family {
 const Family kFamilies[] = {{"ExpLog", exp_log_rows<double>, exp_log_rows<float>},
                             {"Arith", arith_rows<double>, arith_rows<float>},
                             {"PowRoot", pow_rows<double>, pow_rows<float>},
-                            {"Trig", trig_rows<double>, trig_rows<float>}};
+                            {"Trig", trig_rows<double>, trig_rows<float>},
+                            {"InvTrigHyp", invtrig_rows<double>, invtrig_rows<float>}};
 
 template <class T>
 const Rows<T>& rows_of(int family) {

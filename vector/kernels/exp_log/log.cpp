@@ -736,7 +736,9 @@ using namespace tvx::TVX_VNS;
   TVX_LOG_ENTRY(log1p, s, float, Fn::kLog1p, L, lv)
 
 // Cells: variants 0 and 1 run their HA kernel at every level; variant 2's HA cell is variant
-// 0's kernel, so variant 2 builds LA and EP only.
+// 0's kernel, so variant 2 builds LA and EP only. A family that reuses the logarithm cores
+// includes this file with TVX_LOG_CORE_ONLY defined and gets them without the entry points.
+#ifndef TVX_LOG_CORE_ONLY
 extern "C" {
 #if TVX_VARIANT_ID != 2
 TVX_LOG_LEVEL(Lv::kHA, ha)
@@ -746,3 +748,4 @@ TVX_LOG_LEVEL(Lv::kLA, la)
 TVX_LOG_LEVEL(Lv::kEP, ep)
 #endif
 }
+#endif
