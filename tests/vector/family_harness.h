@@ -78,14 +78,16 @@ FamilyRow<T> v_vv(std::string name, const frame::Row<frame::K_v_vv<T>>& row) {
   return r;
 }
 
-// The families; trigonometric rows join here.
+// The families.
 template <class T>
 Rows<T> exp_log_rows();
 template <class T>
 Rows<T> arith_rows();
 template <class T>
 Rows<T> pow_rows();
+template <class T>
 Rows<T> trig_rows();
+template <class T>
 Rows<T> invtrig_rows();
 
 // Rows from a table of the accuracy tester (which must outlive them): its special values become

@@ -20,6 +20,7 @@
 #include "support/mpfr_ulp.h"
 #include "support/variants.h"
 #include "tests/vector/accuracy/functions.h"
+#include "tests/vector/accuracy/functions_invtrig.h"
 #include "tests/vector/accuracy/functions_pow.h"
 #include "tvx_vector.h"
 
@@ -186,61 +187,6 @@ int run_pairs(const std::vector<Function2<T>>& fns, const Options& opt, std::FIL
           std::fprintf(stderr, "%s %s %s: worst %.3f ulps at (%a, %a)\n", f.name, kLevel[level - 1],
                        v.name, worst, static_cast<double>(a[at]), static_cast<double>(b[at]));
       }
-// The two-input row of Atan2: the same table columns, over sample_pairs.
-template <class T>
-int run_binary(const Function2<T>& f, const Options& opt, std::FILE* out) {
-  constexpr int kDigits = std::numeric_limits<T>::digits;
-  static const char* kLevel[] = {"LA", "HA", "EP"};
-  std::mt19937_64 rng(opt.seed);
-  std::vector<T> ys, xs;
-  sample_pairs<T>(opt.points, rng, ys, xs);
-  std::vector<T> res(ys.size());
-  int failures = 0;
-  for (int level = 1; level <= 3; ++level) {
-    for (const tvx::test::Variant& v : tvx::test::all_variants()) {
-      if (const char* missing = tvx::test::lacks(v)) {
-        std::fprintf(out, "| %s | %s | %s | skipped: CPU lacks %s | | |\n", f.name,
-                     kLevel[level - 1], v.name, missing);
-        continue;
-      }
-      const auto kernel = f.row->kernels[tvx::test::slot(v.index, level)];
-      kernel(static_cast<int>(ys.size()), ys.data(), xs.data(), res.data());
-      double worst = 0.0;
-      for (size_t i = 0; i < ys.size(); ++i) {
-        const double e = ulp_error2(f, ys[i], xs[i], res[i]);
-        if (!(e <= worst)) {
-          worst = e;
-          if (!meets_goal<T>(level, e))
-            std::fprintf(stderr, "%s %s %s: f(%a, %a) = %a, %.3f ulps\n", f.name, kLevel[level - 1],
-                         v.name, double(ys[i]), double(xs[i]), double(res[i]), e);
-        }
-      }
-      int bad_specials = 0;
-      for (const Special2<T>& s : f.specials) {
-        const T y = static_cast<T>(s.y), x = static_cast<T>(s.x);
-        T r;
-        kernel(1, &y, &x, &r);
-        const T want = static_cast<T>(s.expected);
-        const bool met = s.expected == kByTruth ? meets_goal<T>(level, ulp_error2(f, y, x, r))
-                         : std::isnan(want)     ? std::isnan(r)
-                                                : std::memcmp(&r, &want, sizeof r) == 0;
-        if (!met) {
-          ++bad_specials;
-          std::fprintf(stderr, "%s %s %s: f(%a, %a) = %a, want %a\n", f.name, kLevel[level - 1],
-                       v.name, s.y, s.x, static_cast<double>(r), s.expected);
-        }
-      }
-      const bool ok = meets_goal<T>(level, worst) && bad_specials == 0;
-      if (!ok) ++failures;
-      char goal[32];
-      if (level == 3) {
-        std::snprintf(goal, sizeof goal, ">= %d bits", sizeof(T) == 8 ? 26 : 11);
-      } else {
-        std::snprintf(goal, sizeof goal, "< %d ulp%s", level == 1 ? 4 : 1, level == 1 ? "s" : "");
-      }
-      std::fprintf(out, "| %s | %s | %s | %.3f | %.1f | %s | %s%s |\n", f.name, kLevel[level - 1],
-                   v.name, worst, std::min<double>(kDigits, tvx::test::correct_bits<T>(worst)),
-                   goal, ok ? "met" : "MISSED", bad_specials ? " (special values wrong)" : "");
     }
   }
   return failures;
@@ -284,8 +230,10 @@ int main(int argc, char** argv) {
   failures += tvx::accuracy::run_type(tvx::accuracy::trig_functions<float>(), opt, stdout);
   failures += tvx::accuracy::run_type(tvx::accuracy::invtrig_functions<double>(), opt, stdout);
   failures += tvx::accuracy::run_type(tvx::accuracy::invtrig_functions<float>(), opt, stdout);
-  failures += tvx::accuracy::run_binary(tvx::accuracy::atan2_function<double>(), opt, stdout);
-  failures += tvx::accuracy::run_binary(tvx::accuracy::atan2_function<float>(), opt, stdout);
+  failures +=
+      tvx::accuracy::run_pairs(std::vector{tvx::accuracy::atan2_function<double>()}, opt, stdout);
+  failures +=
+      tvx::accuracy::run_pairs(std::vector{tvx::accuracy::atan2_function<float>()}, opt, stdout);
   std::printf("\n%ld inputs per function, seed %u: %s\n", opt.points, opt.seed,
               failures == 0 ? "all goals met" : "GOALS MISSED");
   return failures == 0 ? 0 : 1;

@@ -393,5 +393,3 @@ bool special_met(const Function<T>& f, const Special& s, int level, T y) {
 }
 
 }  // namespace tvx::accuracy
-
-#include "tests/vector/accuracy/functions_invtrig.h"

@@ -1,24 +1,14 @@
 // Rows of the inverse trigonometric and hyperbolic functions for the accuracy tester and the
-// family test (included at the end of functions.h), and the two-input row of Atan2 with its own
-// sampler.
+// family test, and the two-input row of Atan2 with its own sampler.
 #pragma once
 
 #include "tests/vector/accuracy/functions.h"
+#include "tests/vector/accuracy/functions_pow.h"
 
 namespace tvx::accuracy {
 
 inline constexpr double kPi2 = 0x1.921fb54442d18p+0;
 inline constexpr double kPi = 0x1.921fb54442d18p+1;
-
-// The double or the single one of two things.
-template <class T, class D, class S>
-constexpr auto pick(D d, S s) {
-  if constexpr (sizeof(T) == 8) {
-    return d;
-  } else {
-    return s;
-  }
-}
 
 // Ranges and special values of the double and single rows differ only where the overflow limits
 // of Sinh and Cosh do; `big` is the first argument whose result overflows, `fin` one below it.
@@ -157,89 +147,56 @@ std::vector<Function<T>> invtrig_functions() {
   return fns;
 }
 
-// ---- Atan2
-// ----------------------------------------------------------------------------------------
-template <class T>
-struct Special2 {
-  double y, x, expected;  // expected NaN: any NaN; kByTruth: the level's goal
-};
+// ---- Atan2: a row of the two-input table form (functions_pow.h)
+// ----------------------------------
 
+// Pairs (y, x): a third with both of moderate size and either sign, a third with the magnitudes
+// close (near the diagonals, where the arguments are swapped), a third with random binary
+// exponents for both, over the whole range of T.
 template <class T>
-struct Function2 {
-  const char* name;
-  const tvx::frame::Row<tvx::frame::K_vv_v<T>>* row;
-  int (*truth)(mpfr_ptr, mpfr_srcptr, mpfr_srcptr, mpfr_rnd_t);
-  std::vector<Special2<T>> specials;
-};
-
-template <class T>
-Function2<T> atan2_function() {
-  const double kPi4 = 0x1.921fb54442d18p-1, k3Pi4 = 0x1.2d97c7f3321d2p+1;
-  return {
-      sizeof(T) == 8 ? "vdAtan2" : "vsAtan2",
-      pick<T>(&tvx_row_atan2_d, &tvx_row_atan2_s),
-      mpfr_atan2,
-      {{0.0, 1.0, 0.0},           {-0.0, 1.0, -0.0},     {0.0, -1.0, kPi},     {-0.0, -1.0, -kPi},
-       {0.0, -0.0, kPi},          {-0.0, 0.0, -0.0},     {1.0, 0.0, kPi2},     {-1.0, -0.0, -kPi2},
-       {kInf, kInf, kPi4},        {kInf, -kInf, k3Pi4},  {-kInf, 5.0, -kPi2},  {3.0, -kInf, kPi},
-       {-3.0, kInf, -0.0},        {kNaN, 1.0, kNaN},     {1.0, kNaN, kNaN},    {1.0, 1.0, kPi4},
-       {1e-300, -1e300, kPi},     {1e300, 1e-300, kPi2}, {-1.0, -1.0, -k3Pi4}, {3.0, 7.0, kByTruth},
-       {-1e-200, 1e200, kByTruth}}};
-}
-
-// Error of atan2(y, x) in ulps of the exact result (the residue, as ulp_error does).
-template <class T>
-double ulp_error2(const Function2<T>& f, double y, double x, double computed) {
-  constexpr int kDigits = std::numeric_limits<T>::digits;
-  constexpr long kMinExp = std::numeric_limits<T>::min_exponent - 1;
-  mpfr_t my, mx, exact, diff;
-  mpfr_inits2(200, my, mx, exact, diff, static_cast<mpfr_ptr>(nullptr));
-  mpfr_set_d(my, y, MPFR_RNDN);
-  mpfr_set_d(mx, x, MPFR_RNDN);
-  f.truth(exact, my, mx, MPFR_RNDN);
-  double err;
-  if (mpfr_nan_p(exact)) {
-    err = std::isnan(computed) ? 0.0 : std::numeric_limits<double>::infinity();
-  } else if (std::isnan(computed)) {
-    err = std::numeric_limits<double>::infinity();
-  } else {
-    long e = mpfr_zero_p(exact) ? kMinExp : mpfr_get_exp(exact) - 1;
-    if (e < kMinExp) e = kMinExp;
-    mpfr_set_d(diff, computed, MPFR_RNDN);
-    mpfr_sub(diff, diff, exact, MPFR_RNDN);
-    mpfr_abs(diff, diff, MPFR_RNDN);
-    mpfr_mul_2si(diff, diff, -(e - kDigits + 1), MPFR_RNDN);
-    err = mpfr_get_d(diff, MPFR_RNDU);
-  }
-  mpfr_clears(my, mx, exact, diff, static_cast<mpfr_ptr>(nullptr));
-  return err;
-}
-
-// `count` pairs (y, x): a third with both of moderate size and either sign, a third with the
-// magnitudes close (near the diagonals, where the arguments are swapped), a third with random
-// binary exponents for both, over the whole range of T.
-template <class T>
-void sample_pairs(long count, std::mt19937_64& rng, std::vector<T>& ys, std::vector<T>& xs) {
+void draw_atan2(std::mt19937_64& rng, double& y, double& x) {
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   const int lo = std::numeric_limits<T>::min_exponent - 1,
             hi = std::numeric_limits<T>::max_exponent - 1;
   auto sign = [&] { return unit(rng) < 0.5 ? -1.0 : 1.0; };
-  for (long i = 0; i < count; ++i) {
-    double y, x;
-    if (i % 3 == 0) {
-      y = sign() * 4.0 * unit(rng);
-      x = sign() * 4.0 * unit(rng);
-    } else if (i % 3 == 1) {
-      x = sign() * std::ldexp(1.0 + unit(rng), static_cast<int>(unit(rng) * 40) - 20);
-      y = sign() * std::fabs(x) *
-          (1.0 + sign() * std::ldexp(unit(rng), -1 - static_cast<int>(unit(rng) * 50)));
-    } else {
-      y = sign() * std::ldexp(1.0 + unit(rng), lo + static_cast<int>(unit(rng) * (hi - lo)));
-      x = sign() * std::ldexp(1.0 + unit(rng), lo + static_cast<int>(unit(rng) * (hi - lo)));
-    }
-    ys.push_back(static_cast<T>(y));
-    xs.push_back(static_cast<T>(x));
+  const int kind = static_cast<int>(rng() % 3);
+  if (kind == 0) {
+    y = sign() * 4.0 * unit(rng);
+    x = sign() * 4.0 * unit(rng);
+  } else if (kind == 1) {
+    x = sign() * std::ldexp(1.0 + unit(rng), static_cast<int>(unit(rng) * 40) - 20);
+    y = sign() * std::fabs(x) *
+        (1.0 + sign() * std::ldexp(unit(rng), -1 - static_cast<int>(unit(rng) * 50)));
+  } else {
+    y = sign() * std::ldexp(1.0 + unit(rng), lo + static_cast<int>(unit(rng) * (hi - lo)));
+    x = sign() * std::ldexp(1.0 + unit(rng), lo + static_cast<int>(unit(rng) * (hi - lo)));
   }
+  y = static_cast<T>(y);
+  x = static_cast<T>(x);
+}
+
+template <class T>
+Function2<T> atan2_function() {
+  const double kPi4 = 0x1.921fb54442d18p-1, k3Pi4 = 0x1.2d97c7f3321d2p+1;
+  Function2<T> f{sizeof(T) == 8 ? "vdAtan2" : "vsAtan2",
+                 nullptr,
+                 pick<T>(&tvx_row_atan2_d, &tvx_row_atan2_s),
+                 mpfr_atan2,
+                 draw_atan2<T>,
+                 {}};
+  if constexpr (sizeof(T) == 8) {
+    f.c_form = vdAtan2;
+  } else {
+    f.c_form = vsAtan2;
+  }
+  f.specials = {{0.0, 1.0, 0.0},      {-0.0, 1.0, -0.0},     {0.0, -1.0, kPi},
+                {-0.0, -1.0, -kPi},   {0.0, -0.0, kPi},      {-0.0, 0.0, -0.0},
+                {1.0, 0.0, kPi2},     {-1.0, -0.0, -kPi2},   {kInf, kInf, kPi4},
+                {kInf, -kInf, k3Pi4}, {-kInf, 5.0, -kPi2},   {3.0, -kInf, kPi},
+                {-3.0, kInf, -0.0},   {kNaN, 1.0, kNaN},     {1.0, kNaN, kNaN},
+                {1.0, 1.0, kPi4},     {1e-300, -1e300, kPi}, {1e300, 1e-300, kPi2},
+                {-1.0, -1.0, -k3Pi4}, {3.0, 7.0, kByTruth},  {-1e-200, 1e200, kByTruth}};
+  return f;
 }
 
 }  // namespace tvx::accuracy
