@@ -20,6 +20,7 @@
 #include "support/mpfr_ulp.h"
 #include "support/variants.h"
 #include "tests/vector/accuracy/functions.h"
+#include "tests/vector/accuracy/special.h"
 #include "tvx_vector.h"
 
 namespace tvx::accuracy {
@@ -159,6 +160,8 @@ int main(int argc, char** argv) {
   std::printf("|---|---|---|---|---|---|---|\n");
   int failures = tvx::accuracy::run_type(tvx::accuracy::double_functions(), opt, stdout);
   failures += tvx::accuracy::run_type(tvx::accuracy::float_functions(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::special_double_functions(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::special_float_functions(), opt, stdout);
   std::printf("\n%ld inputs per function, seed %u: %s\n", opt.points, opt.seed,
               failures == 0 ? "all goals met" : "GOALS MISSED");
   return failures == 0 ? 0 : 1;
