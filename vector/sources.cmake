@@ -9,4 +9,5 @@ target_sources(tvx_core PRIVATE
 tvx_add_variant_family(arith_round vector/kernels/arith_round/variant.cpp)
 tvx_add_variant_family(exp_log vector/kernels/exp_log/exp.cpp vector/kernels/exp_log/log.cpp)
 tvx_add_variant_family(pack vector/kernels/pack/pack.cpp)
-tvx_add_variant_family(special vector/kernels/special/erf.cpp vector/kernels/special/gamma.cpp)
+tvx_add_variant_family(special vector/kernels/special/erf.cpp vector/kernels/special/gamma.cpp
+                       vector/kernels/special/erfinv.cpp)

@@ -46,9 +46,8 @@ inline V erf_core(const V& x) {
   const auto tiny = t0 < V(kErfTiny);
   const V t1 = simd::select(tiny, V(0.0), t0);
   const V t = simd::select(t1 < V(kErfClamp), t1, V(kErfClamp));
-  V hi, lo;
-  special::grid_value<special::ErfGrid, 1, A>(t, hi, lo);
-  const V y = (hi + lo) | simd::sign_of(x);
+  const special::Step st = special::grid_value<special::ErfGrid, 1, A>(t);
+  const V y = (st.hi + st.lo) | simd::sign_of(x);
   // Tiny lanes: x * 2/sqrt(pi), with the constant's low part at HA; scaled by 2^200 so that the
   // low product stays normal, and back with one rounding.
   const V xs = simd::select(tiny, x, V(0.0)) * V(0x1p200);
@@ -68,20 +67,18 @@ inline V without_tiny(const V& x) {
 
 template <Acc A>
 inline V erfc_core(const V& x) {
-  V hi, lo;
-  special::grid_value<special::ErfcGrid, -1, A>(without_tiny(x), hi, lo);
-  const V pos = (hi + lo) * V(special::kUnscale);
-  const V neg = special::minus_from(2 * special::kScale, hi, lo) * V(special::kUnscale);
+  const special::Step st = special::grid_value<special::ErfcGrid, -1, A>(without_tiny(x));
+  const V pos = (st.hi + st.lo) * V(special::kUnscale);
+  const V neg = special::minus_from(2 * special::kScale, st.hi, st.lo) * V(special::kUnscale);
   return simd::select(x < V(0.0), neg, pos);
 }
 
 // Phi(x) of lanes with |x| below the range: the upper tail Q(|x|) for x <= 0, 1 - Q(x) above.
 template <Acc A>
 inline V cdf_core(const V& x) {
-  V hi, lo;
-  special::grid_value<special::CdfGrid, -1, A>(without_tiny(x), hi, lo);
-  const V neg = (hi + lo) * V(special::kUnscale);
-  const V pos = special::minus_from(special::kScale, hi, lo) * V(special::kUnscale);
+  const special::Step st = special::grid_value<special::CdfGrid, -1, A>(without_tiny(x));
+  const V neg = (st.hi + st.lo) * V(special::kUnscale);
+  const V pos = special::minus_from(special::kScale, st.hi, st.lo) * V(special::kUnscale);
   return simd::select(x > V(0.0), pos, neg);
 }
 

@@ -96,37 +96,45 @@ inline void two_prod(const V& a, const V& b, V& hi, V& lo) {
 // The value at t (0 <= t within the grid) as hi + lo: value(x0) + kSign * derivative(x0) * r *
 // P(x0 r, r^2) with x0 = t rounded to the grid of step 2^-7 and r = t - x0. Without kHa, only
 // hi, from the rounded table and the full or short polynomial; with kHa, the product
-// derivative * r exact, the low parts of the table, and the leading sum as a two-sum.
+// derivative * r exact, the low parts of the table, and the leading sum as a two-sum. The step
+// also keeps derivative(x0), w and z, from which the inverses take the derivative at t.
+struct Step {
+  V hi, lo, d, w, z;
+};
+
 template <class G, int kSign, Acc A>
-inline void grid_value(const V& t, V& hi, V& lo) {
+inline Step grid_value(const V& t) {
   const V shifter(d_bits(0x42C0000000000000));  // 2^45: the last place of t + 2^45 is 2^-7
   const V u = t + shifter;
   const V x0 = u - shifter;
   const V r = t - x0;
   const ivec<double> j = simd::as_ints(u) & ivec<double>(0xFFFF);
-  V e, d;
-  simd::lookup_pair(G::kTab, j, e, d);
-  const V w = x0 * r;
-  const V z = r * r;
+  Step st;
+  V e;
+  simd::lookup_pair(G::kTab, j, e, st.d);
+  const V d = st.d;
+  st.w = x0 * r;
+  st.z = r * r;
   using P = std::conditional_t<A == Acc::EP, typename G::PolyShort, typename G::PolyFull>;
-  const V p1 = p_minus_one<P>(w, z);
+  const V p1 = p_minus_one<P>(st.w, st.z);
   if constexpr (A != Acc::HA) {
     const V s = simd::madd(r, p1, r);
-    hi = kSign > 0 ? simd::madd(d, s, e) : e - d * s;
-    lo = V(0.0);
+    st.hi = kSign > 0 ? simd::madd(d, s, e) : e - d * s;
+    st.lo = V(0.0);
   } else {
     V el, dl, ph, pl;
     simd::lookup_pair(G::kLo, j, el, dl);
     two_prod(d, r, ph, pl);
     const V small = simd::madd(ph, p1, simd::madd(dl, r, pl));
     if constexpr (kSign > 0) {
-      hi = e + ph;
-      lo = el + (small + (ph - (hi - e)));
+      st.hi = e + ph;
+      st.lo = el + (small + (ph - (st.hi - e)));
     } else {
-      hi = e - ph;
-      lo = el + (((e - hi) - ph) - small);
+      st.hi = e - ph;
+      st.lo = el + (((e - st.hi) - ph) - small);
     }
   }
+  return st;
 }
 
 // c - (hi + lo) rounded once, for c >= hi.
