@@ -276,7 +276,6 @@ void gamma_constants(std::FILE* f) {
   mpfr_clears(v, t, static_cast<mpfr_ptr>(nullptr));
 }
 
-
 // ---- inverse family -----------------------------------------------------------------------------
 // z with Q(z) = q (the upper normal quantile), by Newton's method in MPFR from a double start.
 void q_inverse(mpfr_t z, mpfr_t q) {
@@ -375,7 +374,8 @@ std::vector<double> nodes(double lo, double hi, int n) {
   return u;
 }
 
-void print_array(std::FILE* f, const char* comment, const char* name, const std::vector<double>& c) {
+void print_array(std::FILE* f, const char* comment, const char* name,
+                 const std::vector<double>& c) {
   std::fprintf(f, "\n// %s\nalignas(64) inline constexpr double %s[%d] = {", comment, name,
                static_cast<int>(c.size()));
   for (std::size_t k = 0; k < c.size(); ++k) {
