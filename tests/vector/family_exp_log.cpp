@@ -1,5 +1,8 @@
 // Exp, Expm1, Ln, Log10 and Log1p rows of the family test, read from the accuracy tester's table:
-// its special values become the cases, its sampler gives the inputs.
+// its special values become the cases, its sampler gives the inputs. Other families with rows in
+// an accuracy table build theirs with rows_from_table too.
+#include <deque>
+
 #include "tests/vector/family_harness.h"
 
 namespace tvx::family {
@@ -36,9 +39,12 @@ bool quiet(const accuracy::Function<T>& f, T x) {
 
 }  // namespace
 
-// Rows from a table of the accuracy tester, which must outlive them.
 template <class T>
-Rows<T> function_rows(const std::vector<accuracy::Function<T>>& table) {
+Rows<T> rows_from_table(const std::vector<accuracy::Function<T>>& fns) {
+  // The rows point into their table for as long as the test runs (a deque keeps its elements in
+  // place as it grows).
+  static std::deque<std::vector<accuracy::Function<T>>> tables;
+  const auto& table = tables.emplace_back(fns);
   Rows<T> rows;
   std::mt19937_64 rng(2024);
   for (const auto& f : table) {
@@ -58,19 +64,16 @@ Rows<T> function_rows(const std::vector<accuracy::Function<T>>& table) {
   }
   return rows;
 }
-
-template Rows<double> function_rows(const std::vector<accuracy::Function<double>>&);
-template Rows<float> function_rows(const std::vector<accuracy::Function<float>>&);
+template Rows<double> rows_from_table(const std::vector<accuracy::Function<double>>&);
+template Rows<float> rows_from_table(const std::vector<accuracy::Function<float>>&);
 
 template <>
 Rows<double> exp_log_rows<double>() {
-  static const std::vector<accuracy::Function<double>> table = accuracy::double_functions();
-  return function_rows(table);
+  return rows_from_table(accuracy::double_functions());
 }
 template <>
 Rows<float> exp_log_rows<float>() {
-  static const std::vector<accuracy::Function<float>> table = accuracy::float_functions();
-  return function_rows(table);
+  return rows_from_table(accuracy::float_functions());
 }
 
 }  // namespace tvx::family

@@ -43,6 +43,7 @@ struct FamilyRow {
   std::vector<int> approx;                    // slots held to `ulps` of `exact`
   double ulps[3] = {3, 1, 0};                 // by level; 0: half the mantissa
   const accuracy::Function<T>* fn = nullptr;  // MPFR truth: the level goals on its inputs
+  int accuracy_points = 3000;                 // inputs of fn sampled per cell
   bool sse2_keeps_caller_env = false;  // variants 0, 1 leave the rounding and flush bits alone
   bool flushes = true;                 // false: moves bits, which the denormal mode leaves alone
   bool noerr_in_line = false;          // the no-error mode settles overflow and underflow in line
@@ -90,9 +91,12 @@ Rows<T> trig_rows();
 template <class T>
 Rows<T> invtrig_rows();
 
-// Rows from a table of the accuracy tester (which must outlive them): its special values become
-// the cases, its sampler gives the inputs.
 template <class T>
-Rows<T> function_rows(const std::vector<accuracy::Function<T>>& table);
+Rows<T> special_rows();
+
+// Rows of the functions of an accuracy table: its special values become the cases, its sampler
+// gives the inputs.
+template <class T>
+Rows<T> rows_from_table(const std::vector<accuracy::Function<T>>& fns);
 
 }  // namespace tvx::family

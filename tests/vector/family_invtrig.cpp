@@ -8,7 +8,7 @@ namespace tvx::family {
 template <class T>
 Rows<T> invtrig_rows() {
   static const std::vector<accuracy::Function<T>> table = accuracy::invtrig_functions<T>();
-  Rows<T> rows = function_rows(table);
+  Rows<T> rows = rows_from_table(table);
   const accuracy::Function2<T> f = accuracy::atan2_function<T>();
   FamilyRow<T> r = vv_v<T>(f.name, *f.row);
   // Atan2 raises no flag but inexact and reports nothing, whatever its arguments.

@@ -33,7 +33,8 @@ const Family kFamilies[] = {{"ExpLog", exp_log_rows<double>, exp_log_rows<float>
                             {"Arith", arith_rows<double>, arith_rows<float>},
                             {"PowRoot", pow_rows<double>, pow_rows<float>},
                             {"Trig", trig_rows<double>, trig_rows<float>},
-                            {"InvTrigHyp", invtrig_rows<double>, invtrig_rows<float>}};
+                            {"InvTrigHyp", invtrig_rows<double>, invtrig_rows<float>},
+                            {"Special", special_rows<double>, special_rows<float>}};
 
 template <class T>
 const Rows<T>& rows_of(int family) {
@@ -199,7 +200,7 @@ template <class T>
 void check_accuracy(const FamilyRow<T>& r, int slot, int level) {
   if (r.fn != nullptr) {
     std::mt19937_64 rng(17 + level);
-    const std::vector<T> x = accuracy::sample_inputs(*r.fn, 3000, rng);
+    const std::vector<T> x = accuracy::sample_inputs(*r.fn, r.accuracy_points, rng);
     const Elements<T> y = run(r, slot, {x, x});
     double worst = 0;
     T at = 0;

@@ -61,6 +61,20 @@
 #define TVX_CELLS_DIV_S                                                                  \
   (ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse2, ha_avx2, \
    ha_avx512, ha_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512)
+// Erfc, ErfcInv, CdfNormInv: LA and HA share one kernel per variant; EP has its own on
+// variants 3 and 5.
+#define TVX_CELLS_ERFC                                                                    \
+  (ha_sse2, ha_sse2b, ha_sse42, ha_avx2, ha_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2, \
+   ha_avx512, ha_sse2, ha_sse2b, ha_sse42, ep_avx2, ep_avx512)
+// ErfInv: LA and HA share one kernel per variant; EP has its own on every variant but the second
+// SSE2 copy.
+#define TVX_CELLS_ERFINV                                                                  \
+  (ha_sse2, ha_sse2b, ha_sse42, ha_avx2, ha_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2, \
+   ha_avx512, ep_sse2, ha_sse2b, ep_sse42, ep_avx2, ep_avx512)
+// CdfNorm: three levels on every variant but the second SSE2 copy, which serves all rows.
+#define TVX_CELLS_CDFNORM                                                                 \
+  (la_sse2, ha_sse2b, la_sse42, la_avx2, la_avx512, ha_sse2, ha_sse2b, ha_sse42, ha_avx2, \
+   ha_avx512, ep_sse2, ha_sse2b, ep_sse42, ep_avx2, ep_avx512)
 // Same weights at every accuracy: the five weights of variants 0, 1, 2, 3, 5.
 #define TVX_COSTS_ONE(c0, c1, c2, c3, c5) \
   (c0, c1, c2, c3, c5, c0, c1, c2, c3, c5, c0, c1, c2, c3, c5)
