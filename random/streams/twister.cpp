@@ -13,7 +13,6 @@
 namespace tvx::TVX_VNS::gen {
 namespace {
 
-#include "random/streams/mt2203_params.inc"
 #include "random/streams/twister_polys.inc"
 
 constexpr int kN = 624;
@@ -409,10 +408,12 @@ inline __m128i sfmt_mask() {
   return _mm_set_epi32(static_cast<int>(0xBFFFFFF6u), static_cast<int>(0xBFFAFFFFu),
                        static_cast<int>(0xDDFECB7Fu), static_cast<int>(0xDFFFFFEFu));
 }
+// The newest block d enters last, so that one block waits on the one before through a shift
+// and a single xor.
 inline __m128i sfmt_new(__m128i a, __m128i b, __m128i c, __m128i d, __m128i mask) {
   const __m128i x = _mm_xor_si128(a, _mm_slli_si128(a, 1));
-  const __m128i y = _mm_xor_si128(_mm_srli_si128(c, 1), _mm_slli_epi32(d, 18));
-  return _mm_xor_si128(_mm_xor_si128(x, y), _mm_and_si128(_mm_srli_epi32(b, 11), mask));
+  const __m128i y = _mm_xor_si128(x, _mm_and_si128(_mm_srli_epi32(b, 11), mask));
+  return _mm_xor_si128(_mm_xor_si128(y, _mm_srli_si128(c, 1)), _mm_slli_epi32(d, 18));
 }
 inline __m128i ld(const std::uint32_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
@@ -438,6 +439,37 @@ void sfmt_regenerate(std::uint32_t* s) {
     c = d;
     d = r;
   }
+}
+
+// 156 q blocks made straight into `out`, which the recursion then reads back: the oldest block and
+// the one 122 places on come from the buffer while they are older than `out`. The buffer takes
+// the last 156 blocks, so it is used up and aligned as after q regenerations.
+void sfmt_fill(std::uint32_t* s, std::uint32_t* out, int q) {
+  const __m128i mask = sfmt_mask();
+  constexpr int kLag = kSfmtBlocks - kSfmtPos;  // 34
+  const int blocks = kSfmtBlocks * q;
+  __m128i c = ld(s + 4 * (kSfmtBlocks - 2)), d = ld(s + 4 * (kSfmtBlocks - 1));
+  int k = 0;
+  for (; k < kLag; ++k) {
+    const __m128i r = sfmt_new(ld(s + 4 * k), ld(s + 4 * (k + kSfmtPos)), c, d, mask);
+    st(out + 4 * k, r);
+    c = d;
+    d = r;
+  }
+  for (; k < kSfmtBlocks; ++k) {
+    const __m128i r = sfmt_new(ld(s + 4 * k), ld(out + 4 * (k - kLag)), c, d, mask);
+    st(out + 4 * k, r);
+    c = d;
+    d = r;
+  }
+  for (; k < blocks; ++k) {
+    const __m128i r =
+        sfmt_new(ld(out + 4 * (k - kSfmtBlocks)), ld(out + 4 * (k - kLag)), c, d, mask);
+    st(out + 4 * k, r);
+    c = d;
+    d = r;
+  }
+  std::memcpy(s, out + 4 * (blocks - kSfmtBlocks), sizeof(std::uint32_t) * kSfmtWords);
 }
 
 struct SfmtStep {
@@ -471,6 +503,13 @@ void sfmt_words(SfmtState& s, int m, std::uint32_t* out) {
     --m;
   }
   while (m >= 4) {
+    if (s.idx >= kSfmtWords && m >= kSfmtWords) {  // whole buffers: no copy through the state
+      const int q = m / kSfmtWords;
+      sfmt_fill(s.sfmt, out, q);
+      out += q * kSfmtWords;
+      m -= q * kSfmtWords;
+      continue;
+    }
     if (s.idx >= kSfmtWords) {
       sfmt_regenerate(s.sfmt);
       s.idx = 0;
@@ -739,13 +778,14 @@ int mt2203_init(int op, RudStreamPtr stream, int n, const void* params) {
   switch (op) {
     case RUD_INIT_SEED: {
       if (n >= 1 && params == nullptr) return RUD_ERROR_NULL_PTR;
-      const int member = rud::brng_member(rud::header(stream)->brng);
-      if (member >= kMt2203Members) return RUD_RNG_ERROR_INVALID_BRNG;
+      // A member the parameter search has not reached yet has no row.
+      const std::uint32_t* row = rud::mt2203_row(rud::brng_member(rud::header(stream)->brng));
+      if (row == nullptr) return RUD_RNG_ERROR_INVALID_BRNG;
       array_seed<kSetN>(st.mt, n, params);
       st.mti = kSetN;
-      st.aj = kMt2203Params[member][0];
-      st.bj = kMt2203Params[member][1];
-      st.cj = kMt2203Params[member][2];
+      st.aj = row[0];
+      st.bj = row[1];
+      st.cj = row[2];
       return RUD_STATUS_OK;
     }
     case RUD_INIT_LEAPFROG:
