@@ -2,7 +2,7 @@
 // place with vector lanes, and skip-ahead by stepping for short counts and by a polynomial jump
 // over the two-element field for long ones. Compiled once per instruction-set variant; every copy
 // produces the same words for every cut of the calls.
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstring>
 
@@ -422,22 +422,47 @@ inline void st(std::uint32_t* p, __m128i v) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
+// Blocks go two at a time: the part of a new block that comes from the oldest block and the one
+// 122 places on does not wait on the recursion, so on AVX2 copies it is made for both blocks in
+// one 256-bit step; the chain through the two newest blocks stays in 128 bits. Pairs never
+// straddle the seams at 34 and 156 blocks, both even.
+struct SfmtPair {
+  __m128i c, d;  // the two newest blocks
+  // The new blocks from the oldest ones at a (two blocks) and the ones 122 places on at b.
+  void next(const std::uint32_t* a, const std::uint32_t* b, std::uint32_t* out) {
+#if defined(__AVX2__)
+    const __m256i mask = _mm256_broadcastsi128_si256(sfmt_mask());
+    const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a));
+    const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b));
+    const __m256i x = _mm256_xor_si256(_mm256_xor_si256(va, _mm256_slli_si256(va, 1)),
+                                       _mm256_and_si256(_mm256_srli_epi32(vb, 11), mask));
+    const __m128i x0 = _mm256_castsi256_si128(x), x1 = _mm256_extracti128_si256(x, 1);
+#else
+    const __m128i mask = sfmt_mask();
+    const __m128i a0 = ld(a), a1 = ld(a + 4);
+    const __m128i x0 = _mm_xor_si128(_mm_xor_si128(a0, _mm_slli_si128(a0, 1)),
+                                     _mm_and_si128(_mm_srli_epi32(ld(b), 11), mask));
+    const __m128i x1 = _mm_xor_si128(_mm_xor_si128(a1, _mm_slli_si128(a1, 1)),
+                                     _mm_and_si128(_mm_srli_epi32(ld(b + 4), 11), mask));
+#endif
+    const __m128i r0 =
+        _mm_xor_si128(_mm_xor_si128(x0, _mm_srli_si128(c, 1)), _mm_slli_epi32(d, 18));
+    const __m128i r1 =
+        _mm_xor_si128(_mm_xor_si128(x1, _mm_srli_si128(d, 1)), _mm_slli_epi32(r0, 18));
+    st(out, r0);
+    st(out + 4, r1);
+    c = r0;
+    d = r1;
+  }
+};
+
 // All 156 blocks regenerated in place; the block 122 places on is old up to block 33, new after.
 void sfmt_regenerate(std::uint32_t* s) {
-  const __m128i mask = sfmt_mask();
-  __m128i c = ld(s + 4 * (kSfmtBlocks - 2)), d = ld(s + 4 * (kSfmtBlocks - 1));
+  SfmtPair p{ld(s + 4 * (kSfmtBlocks - 2)), ld(s + 4 * (kSfmtBlocks - 1))};
   int i = 0;
-  for (; i < kSfmtBlocks - kSfmtPos; ++i) {
-    const __m128i r = sfmt_new(ld(s + 4 * i), ld(s + 4 * (i + kSfmtPos)), c, d, mask);
-    st(s + 4 * i, r);
-    c = d;
-    d = r;
-  }
-  for (; i < kSfmtBlocks; ++i) {
-    const __m128i r = sfmt_new(ld(s + 4 * i), ld(s + 4 * (i + kSfmtPos - kSfmtBlocks)), c, d, mask);
-    st(s + 4 * i, r);
-    c = d;
-    d = r;
+  for (; i < kSfmtBlocks - kSfmtPos; i += 2) p.next(s + 4 * i, s + 4 * (i + kSfmtPos), s + 4 * i);
+  for (; i < kSfmtBlocks; i += 2) {
+    p.next(s + 4 * i, s + 4 * (i + kSfmtPos - kSfmtBlocks), s + 4 * i);
   }
 }
 
@@ -445,29 +470,14 @@ void sfmt_regenerate(std::uint32_t* s) {
 // the one 122 places on come from the buffer while they are older than `out`. The buffer takes
 // the last 156 blocks, so it is used up and aligned as after q regenerations.
 void sfmt_fill(std::uint32_t* s, std::uint32_t* out, int q) {
-  const __m128i mask = sfmt_mask();
   constexpr int kLag = kSfmtBlocks - kSfmtPos;  // 34
   const int blocks = kSfmtBlocks * q;
-  __m128i c = ld(s + 4 * (kSfmtBlocks - 2)), d = ld(s + 4 * (kSfmtBlocks - 1));
+  SfmtPair p{ld(s + 4 * (kSfmtBlocks - 2)), ld(s + 4 * (kSfmtBlocks - 1))};
   int k = 0;
-  for (; k < kLag; ++k) {
-    const __m128i r = sfmt_new(ld(s + 4 * k), ld(s + 4 * (k + kSfmtPos)), c, d, mask);
-    st(out + 4 * k, r);
-    c = d;
-    d = r;
-  }
-  for (; k < kSfmtBlocks; ++k) {
-    const __m128i r = sfmt_new(ld(s + 4 * k), ld(out + 4 * (k - kLag)), c, d, mask);
-    st(out + 4 * k, r);
-    c = d;
-    d = r;
-  }
-  for (; k < blocks; ++k) {
-    const __m128i r =
-        sfmt_new(ld(out + 4 * (k - kSfmtBlocks)), ld(out + 4 * (k - kLag)), c, d, mask);
-    st(out + 4 * k, r);
-    c = d;
-    d = r;
+  for (; k < kLag; k += 2) p.next(s + 4 * k, s + 4 * (k + kSfmtPos), out + 4 * k);
+  for (; k < kSfmtBlocks; k += 2) p.next(s + 4 * k, out + 4 * (k - kLag), out + 4 * k);
+  for (; k < blocks; k += 2) {
+    p.next(out + 4 * (k - kSfmtBlocks), out + 4 * (k - kLag), out + 4 * k);
   }
   std::memcpy(s, out + 4 * (blocks - kSfmtBlocks), sizeof(std::uint32_t) * kSfmtWords);
 }
