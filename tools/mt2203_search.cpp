@@ -15,12 +15,13 @@
 //    are computed once; a candidate whose residue sum is zero for one of them is dropped.
 // 3. Primitivity: as 2203 is prime, a polynomial f of degree 2203 is irreducible exactly when
 //    x^(2^2203) = x mod f (a root-free f cannot split into factors of degree 1 and 2203 only); as
-//    2^2203 - 1 is prime, irreducible is primitive. The 2203 squarings run in Montgomery form
-//    with carry-less multiplication.
+//    2^2203 - 1 is prime, irreducible is primitive. The 2203 squarings use carry-less
+//    multiplication, folding the high half back with the 35 residues x^(2240 + 64 j) mod f.
 // 4. Tempering: the masks b (bits 31..7) and c (bits 31..15) are chosen top bit first. At level v
-//    the mask bits that first reach the top v output bits are tried in all combinations and the
-//    one with the largest k(v) (equidistribution dimension of the top v bits) is kept, a tie
-//    broken by the member's random generator. k(v) is found by lattice reduction over GF(2)[z]
+//    the mask bits that first reach the top v output bits are tried in all combinations on each
+//    of the four best partial masks so far (by the sum of floor(2203 / v) - k(v), k(v) being the
+//    equidistribution dimension of the top v bits; ties in an order drawn from the member's
+//    random generator). k(v) is found by lattice reduction over GF(2)[z]
 //    with the lattice vectors held as generator states: a vector's degree is minus one minus the
 //    index of its first non-zero v-bit output, and k(v) is the smallest such index plus one over
 //    a reduced basis (whose indices plus one sum to 2203, which is checked).
@@ -31,6 +32,7 @@
 //   mt2203_search certify TABLE [FIRST COUNT]    full period and distinct polynomials of the rows
 //   mt2203_search check DATA FIRST COUNT         searches again and compares with the data lines
 //   mt2203_search quality                        k(v) defects of the published rows
+//   mt2203_search dims A B C                     k(1) .. k(32) of one row (hex words)
 //
 // "defect" is the sum over v = 1..32 of floor(2203 / v) - k(v).
 #include <immintrin.h>
