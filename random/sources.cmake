@@ -5,6 +5,7 @@ target_sources(tvx_core PRIVATE
   random/streams/exports.cpp
   random/distributions/frame.cpp
   random/streams/probes.cpp
+  random/streams/mt2203_params.cpp
 )
 
 tvx_add_variant_family(rud_streams

@@ -27,7 +27,7 @@ PUBLISHED_LAST = (6023, (0xE8761D4B, 0x72967680, 0xEFEB0000))
 
 def read_rows(path):
     text = open(path).read()
-    body = text[text.index("kMt2203Params"):]
+    body = text[text.index("kMt2203Rows"):text.index("kMt2203Last")]
     return [tuple(int(w, 16) for w in row)
             for row in re.findall(r"\{(0x[0-9A-Fa-f]+)u, (0x[0-9A-Fa-f]+)u, (0x[0-9A-Fa-f]+)u\}",
                                   body)]

@@ -18,6 +18,7 @@ kinds
     uniform   seeds, a, b (hex bit patterns of doubles), count   -> doubles (hex bit patterns)
     digest    seeds, count                                       -> 64-bit FNV-1a over the words
 """
+import os
 import struct
 import sys
 
@@ -214,7 +215,20 @@ def mt19937(seeds, count, skip=0):
 
 # ---- MT2203: a set of twisters of period 2^2203 - 1 on 69 words, one twist word per member -------
 MT2203_ROWS = {0: (0xAF81055F, 0xDD7EEF80, 0xEFD78000), 1: (0x832604E1, 0x66AD7F80, 0xEBD58000),
-               2: (0x92F70739, 0x656D7780, 0xEFC50000)}
+               2: (0x92F70739, 0x656D7780, 0xEFC50000), 6023: (0xE8761D4B, 0x72967680, 0xEFEB0000)}
+
+
+def searched_mt2203_row(member):
+    """A row of this library's own parameter search (tools/data/mt2203_search.txt)."""
+    path = os.path.join(os.path.dirname(os.path.abspath(__file__)), "data", "mt2203_search.txt")
+    for text in open(path):
+        f = text.split()
+        if f and f[0] == str(member):
+            return tuple(int(w, 16) for w in f[1:4])
+    raise KeyError(member)
+
+
+MT2203_ROWS[3] = searched_mt2203_row(3)
 
 
 def mt2203(member, seeds, count, row=None):
@@ -483,7 +497,7 @@ def twisters_main():
                                             ("count", 8)], hexw([dbits(v) for v in vals], 16))
 
     # MT2203 members: the same keys give different words in each member.
-    for member in MT2203_ROWS:
+    for member in sorted(MT2203_ROWS):
         for s in ([0x123, 0x234, 0x345, 0x456], [], pi[:68], pi[:69], pi[:70], pi[:200]):
             line(f"mt2203_{member}", "words", s, [("count", 8)], hexw(mt2203(member, s, 8), 8))
         line(f"mt2203_{member}", "words", pi[:2], [("count", 300)],

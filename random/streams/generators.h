@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "random/streams/catalogue.h"
+#include "random/streams/mt2203_params.h"
 #include "simd/variant.h"
 
 namespace tvx::TVX_VNS::gen {
@@ -40,8 +41,8 @@ bool mt19937_state_ok(const void* state);
 bool sfmt_state_ok(const void* state);
 bool mt2203_state_ok(const void* state);
 
-// Members of the MT2203 set that have parameters (random/streams/mt2203_params.inc).
-inline constexpr int kMt2203Members = 3;
+// Member numbers of the MT2203 set (random/streams/mt2203_params.h).
+inline constexpr int kMt2203Members = rud::kMt2203Members;
 
 // Argument test shared by the block entry points.
 template <class T>

@@ -58,6 +58,11 @@ const RudBrngProperties* lookup(int brng) {
     const int row = rud::brng_row(brng);
     if (row >= g_row_count.load(std::memory_order_acquire)) return nullptr;
     if (rud::brng_member(brng) >= g_members[row]) return nullptr;
+    // MT2203 members that the parameter search has not reached yet have no parameters.
+    if (row == rud::brng_row(RUD_BRNG_MT2203) &&
+        rud::mt2203_row(rud::brng_member(brng)) == nullptr) {
+      return nullptr;
+    }
     return &g_rows[row];
   }
   if (brng >= kOlderRows) return nullptr;

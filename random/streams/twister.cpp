@@ -2,7 +2,7 @@
 // place with vector lanes, and skip-ahead by stepping for short counts and by a polynomial jump
 // over the two-element field for long ones. Compiled once per instruction-set variant; every copy
 // produces the same words for every cut of the calls.
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstring>
 
@@ -13,7 +13,6 @@
 namespace tvx::TVX_VNS::gen {
 namespace {
 
-#include "random/streams/mt2203_params.inc"
 #include "random/streams/twister_polys.inc"
 
 constexpr int kN = 624;
@@ -409,10 +408,12 @@ inline __m128i sfmt_mask() {
   return _mm_set_epi32(static_cast<int>(0xBFFFFFF6u), static_cast<int>(0xBFFAFFFFu),
                        static_cast<int>(0xDDFECB7Fu), static_cast<int>(0xDFFFFFEFu));
 }
+// The newest block d enters last, so that one block waits on the one before through a shift
+// and a single xor.
 inline __m128i sfmt_new(__m128i a, __m128i b, __m128i c, __m128i d, __m128i mask) {
   const __m128i x = _mm_xor_si128(a, _mm_slli_si128(a, 1));
-  const __m128i y = _mm_xor_si128(_mm_srli_si128(c, 1), _mm_slli_epi32(d, 18));
-  return _mm_xor_si128(_mm_xor_si128(x, y), _mm_and_si128(_mm_srli_epi32(b, 11), mask));
+  const __m128i y = _mm_xor_si128(x, _mm_and_si128(_mm_srli_epi32(b, 11), mask));
+  return _mm_xor_si128(_mm_xor_si128(y, _mm_srli_si128(c, 1)), _mm_slli_epi32(d, 18));
 }
 inline __m128i ld(const std::uint32_t* p) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
@@ -421,23 +422,64 @@ inline void st(std::uint32_t* p, __m128i v) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
+// Blocks go two at a time: the part of a new block that comes from the oldest block and the one
+// 122 places on does not wait on the recursion, so on AVX2 copies it is made for both blocks in
+// one 256-bit step; the chain through the two newest blocks stays in 128 bits. Pairs never
+// straddle the seams at 34 and 156 blocks, both even.
+struct SfmtPair {
+  __m128i c, d;  // the two newest blocks
+  // The new blocks from the oldest ones at a (two blocks) and the ones 122 places on at b.
+  void next(const std::uint32_t* a, const std::uint32_t* b, std::uint32_t* out) {
+#if defined(__AVX2__)
+    const __m256i mask = _mm256_broadcastsi128_si256(sfmt_mask());
+    const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a));
+    const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b));
+    const __m256i x = _mm256_xor_si256(_mm256_xor_si256(va, _mm256_slli_si256(va, 1)),
+                                       _mm256_and_si256(_mm256_srli_epi32(vb, 11), mask));
+    const __m128i x0 = _mm256_castsi256_si128(x), x1 = _mm256_extracti128_si256(x, 1);
+#else
+    const __m128i mask = sfmt_mask();
+    const __m128i a0 = ld(a), a1 = ld(a + 4);
+    const __m128i x0 = _mm_xor_si128(_mm_xor_si128(a0, _mm_slli_si128(a0, 1)),
+                                     _mm_and_si128(_mm_srli_epi32(ld(b), 11), mask));
+    const __m128i x1 = _mm_xor_si128(_mm_xor_si128(a1, _mm_slli_si128(a1, 1)),
+                                     _mm_and_si128(_mm_srli_epi32(ld(b + 4), 11), mask));
+#endif
+    const __m128i r0 =
+        _mm_xor_si128(_mm_xor_si128(x0, _mm_srli_si128(c, 1)), _mm_slli_epi32(d, 18));
+    const __m128i r1 =
+        _mm_xor_si128(_mm_xor_si128(x1, _mm_srli_si128(d, 1)), _mm_slli_epi32(r0, 18));
+    st(out, r0);
+    st(out + 4, r1);
+    c = r0;
+    d = r1;
+  }
+};
+
 // All 156 blocks regenerated in place; the block 122 places on is old up to block 33, new after.
 void sfmt_regenerate(std::uint32_t* s) {
-  const __m128i mask = sfmt_mask();
-  __m128i c = ld(s + 4 * (kSfmtBlocks - 2)), d = ld(s + 4 * (kSfmtBlocks - 1));
+  SfmtPair p{ld(s + 4 * (kSfmtBlocks - 2)), ld(s + 4 * (kSfmtBlocks - 1))};
   int i = 0;
-  for (; i < kSfmtBlocks - kSfmtPos; ++i) {
-    const __m128i r = sfmt_new(ld(s + 4 * i), ld(s + 4 * (i + kSfmtPos)), c, d, mask);
-    st(s + 4 * i, r);
-    c = d;
-    d = r;
+  for (; i < kSfmtBlocks - kSfmtPos; i += 2) p.next(s + 4 * i, s + 4 * (i + kSfmtPos), s + 4 * i);
+  for (; i < kSfmtBlocks; i += 2) {
+    p.next(s + 4 * i, s + 4 * (i + kSfmtPos - kSfmtBlocks), s + 4 * i);
   }
-  for (; i < kSfmtBlocks; ++i) {
-    const __m128i r = sfmt_new(ld(s + 4 * i), ld(s + 4 * (i + kSfmtPos - kSfmtBlocks)), c, d, mask);
-    st(s + 4 * i, r);
-    c = d;
-    d = r;
+}
+
+// 156 q blocks made straight into `out`, which the recursion then reads back: the oldest block and
+// the one 122 places on come from the buffer while they are older than `out`. The buffer takes
+// the last 156 blocks, so it is used up and aligned as after q regenerations.
+void sfmt_fill(std::uint32_t* s, std::uint32_t* out, int q) {
+  constexpr int kLag = kSfmtBlocks - kSfmtPos;  // 34
+  const int blocks = kSfmtBlocks * q;
+  SfmtPair p{ld(s + 4 * (kSfmtBlocks - 2)), ld(s + 4 * (kSfmtBlocks - 1))};
+  int k = 0;
+  for (; k < kLag; k += 2) p.next(s + 4 * k, s + 4 * (k + kSfmtPos), out + 4 * k);
+  for (; k < kSfmtBlocks; k += 2) p.next(s + 4 * k, out + 4 * (k - kLag), out + 4 * k);
+  for (; k < blocks; k += 2) {
+    p.next(out + 4 * (k - kSfmtBlocks), out + 4 * (k - kLag), out + 4 * k);
   }
+  std::memcpy(s, out + 4 * (blocks - kSfmtBlocks), sizeof(std::uint32_t) * kSfmtWords);
 }
 
 struct SfmtStep {
@@ -471,6 +513,13 @@ void sfmt_words(SfmtState& s, int m, std::uint32_t* out) {
     --m;
   }
   while (m >= 4) {
+    if (s.idx >= kSfmtWords && m >= kSfmtWords) {  // whole buffers: no copy through the state
+      const int q = m / kSfmtWords;
+      sfmt_fill(s.sfmt, out, q);
+      out += q * kSfmtWords;
+      m -= q * kSfmtWords;
+      continue;
+    }
     if (s.idx >= kSfmtWords) {
       sfmt_regenerate(s.sfmt);
       s.idx = 0;
@@ -739,13 +788,14 @@ int mt2203_init(int op, RudStreamPtr stream, int n, const void* params) {
   switch (op) {
     case RUD_INIT_SEED: {
       if (n >= 1 && params == nullptr) return RUD_ERROR_NULL_PTR;
-      const int member = rud::brng_member(rud::header(stream)->brng);
-      if (member >= kMt2203Members) return RUD_RNG_ERROR_INVALID_BRNG;
+      // A member the parameter search has not reached yet has no row.
+      const std::uint32_t* row = rud::mt2203_row(rud::brng_member(rud::header(stream)->brng));
+      if (row == nullptr) return RUD_RNG_ERROR_INVALID_BRNG;
       array_seed<kSetN>(st.mt, n, params);
       st.mti = kSetN;
-      st.aj = kMt2203Params[member][0];
-      st.bj = kMt2203Params[member][1];
-      st.cj = kMt2203Params[member][2];
+      st.aj = row[0];
+      st.bj = row[1];
+      st.cj = row[2];
       return RUD_STATUS_OK;
     }
     case RUD_INIT_LEAPFROG:

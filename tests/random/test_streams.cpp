@@ -113,7 +113,6 @@ TEST_F(Frames, NumberCheck) {
                          RUD_BRNG_WH,
                          RUD_BRNG_WH + 272,
                          RUD_BRNG_MT19937 + 1,
-                         RUD_BRNG_MT2203 + 3,
                          RUD_BRNG_MT2203 + 6024,
                          RUD_BRNG_PHILOX4X32X10 + 1,
                          RUD_BRNG_SFMT19937 + 1,

@@ -13,6 +13,8 @@ FAKE_EXPORT long fake_huge_calls = 0;
 FAKE_EXPORT long fake_small_calls = 0;
 FAKE_EXPORT long fake_frees = 0;
 FAKE_EXPORT long fake_companion_calls = 0;
+FAKE_EXPORT long fake_companion_fail_at = 0;  // when positive, the allocation that counts it down
+                                              // to zero answers null
 
 FAKE_EXPORT int memkind_get_version() {
   return fake_version;
@@ -36,13 +38,16 @@ FAKE_EXPORT void hbw_free(void* p) {
 }
 
 namespace {
+bool fail_now() {
+  return fake_companion_fail_at > 0 && --fake_companion_fail_at == 0;
+}
 void* c_malloc(std::size_t n) {
   ++fake_companion_calls;
-  return std::malloc(n);
+  return fail_now() ? nullptr : std::malloc(n);
 }
 void* c_calloc(std::size_t n, std::size_t s) {
   ++fake_companion_calls;
-  return std::calloc(n, s);
+  return fail_now() ? nullptr : std::calloc(n, s);
 }
 void* c_realloc(void* p, std::size_t n) {
   ++fake_companion_calls;

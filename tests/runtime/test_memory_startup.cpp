@@ -12,6 +12,7 @@
 #include "memory_test_util.h"
 #include "runtime/memory.h"
 #include "support/subprocess.h"
+#include "tvx_random.h"
 
 namespace {
 
@@ -237,6 +238,59 @@ TEST(MemoryModules, CompanionAllocator) {
     return fake.count("fake_companion_calls") == 0 ? 0 : 2;
   });
   EXPECT_EQ(incomplete.exit_code, 0) << "a companion missing one function is not used";
+}
+
+// A twister jump that cannot get its memory (the bit array of x^n mod f, the window table) gives
+// RUD_ERROR_MEM_FAILURE and leaves the stream as it was; failing each of its allocations in turn.
+TEST(MemoryModules, FailedAllocationLeavesATwisterJumpUndone) {
+  const auto r = run_in_child({{"TVX_DISABLE_FAST_MM", "1"}}, [] {
+    Fake fake;
+    CHECK_OR_EXIT(tvx_mem_test_set_modules(TVX_FAKE_ALLOC_MODULE, kMissing, 0) == 1, 1);
+    long& calls = fake.count("fake_companion_calls");
+    long& fail_at = fake.count("fake_companion_fail_at");
+    auto words = [](RudStreamPtr s) {
+      std::vector<unsigned> w(2000);
+      viRngUniformBits(RUD_RNG_METHOD_UNIFORMBITS_STD, s, 2000, w.data());
+      return w;
+    };
+    const struct {
+      int brng;
+      long long skip;
+    } jumps[] = {{RUD_BRNG_MT19937, 1000000000000000LL},
+                 {RUD_BRNG_SFMT19937, 1000000000000000LL},
+                 {RUD_BRNG_SFMT19937, 10000}};
+    int check = 10;
+    for (const auto& j : jumps) {
+      RudStreamPtr s = nullptr, twin = nullptr;
+      CHECK_OR_EXIT(rudNewStream(&s, j.brng, 7) == RUD_STATUS_OK, check);
+      CHECK_OR_EXIT(rudNewStream(&twin, j.brng, 7) == RUD_STATUS_OK, check + 1);
+      words(s);
+      words(twin);
+      // Allocations of one jump: each is freed again, so half the companion calls.
+      RudStreamPtr probe = nullptr;
+      CHECK_OR_EXIT(rudCopyStream(&probe, s) == RUD_STATUS_OK, check + 2);
+      const long before = calls;
+      CHECK_OR_EXIT(rudSkipAheadStream(probe, j.skip) == RUD_STATUS_OK, check + 3);
+      const long allocations = (calls - before) / 2;
+      CHECK_OR_EXIT(allocations >= 1, check + 4);
+      for (long k = 1; k <= allocations; ++k) {
+        fail_at = k;
+        CHECK_OR_EXIT(rudSkipAheadStream(s, j.skip) == RUD_ERROR_MEM_FAILURE, check + 5);
+        CHECK_OR_EXIT(fail_at == 0, check + 6);
+      }
+      CHECK_OR_EXIT(words(s) == words(twin), check + 7);
+      // With the memory there, the jump goes through and matches the probe's.
+      CHECK_OR_EXIT(rudSkipAheadStream(s, j.skip) == RUD_STATUS_OK, check + 8);
+      CHECK_OR_EXIT(rudSkipAheadStream(twin, j.skip) == RUD_STATUS_OK, check + 8);
+      CHECK_OR_EXIT(words(s) == words(twin), check + 9);
+      rudDeleteStream(&s);
+      rudDeleteStream(&twin);
+      rudDeleteStream(&probe);
+      check += 10;
+    }
+    return 0;
+  });
+  EXPECT_EQ(r.exit_code, 0);
 }
 
 }  // namespace
