@@ -30,7 +30,9 @@ template <>
 struct Cont<float> {
   // ln of the smallest subnormal float, rounded to float: the same role in single precision.
   static constexpr float kLnZero = -0x1.9d1da0p+6f;  // -103.2789306640625
-  static constexpr float kHalfPi = 0x1.921fb6p+0f;   // 1.5707964
+  // The largest float below pi/2 (the nearest float, 1.5707964, lies above it): a uniform at the
+  // lower end then gives a large negative value, not one of the wrong sign.
+  static constexpr float kHalfPi = 0x1.921fb4p+0f;  // 1.5707962
   static constexpr auto ln = rows::ln_s;
   static constexpr auto sqrt = rows::sqrt_s;
   static constexpr auto tan = rows::tan_s;
