@@ -76,12 +76,13 @@ int gauss_callback(kaz_error_record* record) {
   return 0;
 }
 
-// sqrt(-2 ln u) over n values in place.
+// rho = sqrt(-2 ln u) over n values. The logarithm is taken out of place: the callback reads the
+// failing argument from u, which an in-place call would have overwritten with -infinity.
 template <class T>
-void radius(int n, T* u) {
-  kernel<T>(Gauss<T>::ln, n, u, u);
-  for (int i = 0; i < n; ++i) u[i] = T(-2) * u[i];
-  kernel<T>(Gauss<T>::sqrt, n, u, u);
+void radius(int n, const T* u, T* rho) {
+  kernel<T>(Gauss<T>::ln, n, u, rho);
+  for (int i = 0; i < n; ++i) rho[i] = T(-2) * rho[i];
+  kernel<T>(Gauss<T>::sqrt, n, rho, rho);
 }
 
 // ---- Box-Muller: one result per pair, the sine half ----
@@ -98,9 +99,9 @@ int box_muller(RudStreamPtr stream, int n, T* r, T a, T sigma) {
       angle[i] = Gauss<T>::kTwoPi * u[2 * i + 1];
     }
     kernel<T>(Gauss<T>::sin, c, angle, angle);
-    radius(c, u1);
+    radius(c, u1, u);
     T* out = r + done;
-    for (int i = 0; i < c; ++i) out[i] = (u1[i] * sigma) * angle[i] + a;
+    for (int i = 0; i < c; ++i) out[i] = (u[i] * sigma) * angle[i] + a;
     return status;
   });
 }
@@ -128,17 +129,18 @@ int kept_pair(RudStreamPtr stream, T** kept) {
 template <class T>
 int pairs(RudStreamPtr stream, int p, T* out) {
   alignas(64) T u[kRound];
-  alignas(64) T rho[kRound / 2];
+  alignas(64) T u1[kRound / 2];
   alignas(64) T s[kRound / 2];
   alignas(64) T c[kRound / 2];
   const int status = Gauss<T>::uniform(stream, 2 * p, u, T(0), T(1));
   if (status < 0) return status;
   for (int j = 0; j < p; ++j) {
-    rho[j] = u[2 * j];
+    u1[j] = u[2 * j];
     s[j] = Gauss<T>::kTwoPi * u[2 * j + 1];
   }
   kernel<T>(Gauss<T>::sincos, p, s, s, c);
-  radius(p, rho);
+  T* rho = u;
+  radius(p, u1, rho);
   for (int j = 0; j < p; ++j) {
     out[2 * j] = rho[j] * s[j];
     out[2 * j + 1] = rho[j] * c[j];
@@ -151,9 +153,9 @@ int pairs(RudStreamPtr stream, int p, T* out) {
 // inside one.
 template <class T>
 T half(T u1, T u2, bool cosine) {
-  T rho = u1, s = Gauss<T>::kTwoPi * u2, c;
+  T rho, s = Gauss<T>::kTwoPi * u2, c;
   kernel<T>(Gauss<T>::sincos, 1, &s, &s, &c);
-  radius(1, &rho);
+  radius(1, &u1, &rho);
   return rho * (cosine ? c : s);
 }
 
@@ -198,6 +200,8 @@ int icdf(RudStreamPtr stream, int n, T* r, T a, T sigma) {
     T* x = r + done;
     const int status = Gauss<T>::uniform(stream, m, x, T(-1), T(1));
     if (status < 0) return status;
+    // In place: the callback then reads the kernel's +-infinity for an argument of +-1, which
+    // has the argument's sign, all it looks at.
     kernel<T>(Gauss<T>::erfinv, m, x, x);
     for (int i = 0; i < m; ++i) x[i] = x[i] * scale + a;
     return status;
