@@ -113,3 +113,7 @@ mp.mp.prec = 100
 fit_single_notable("single, no table, HA", 6)
 fit_single_notable("single, no table, LA", 5)
 fit_single_notable("single, no table, EP", 3)
+# AVX2 double: 4-entry register table, r on [-ln2/8, ln2/8].
+mp.mp.prec = 200
+fit("double, 4-entry table, HA", -ln2 / 8, ln2 / 8, 8)
+fit("double, 4-entry table, EP", -ln2 / 8, ln2 / 8, 4)

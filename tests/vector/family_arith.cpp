@@ -117,7 +117,8 @@ FamilyRow<T> binary(FamilyRow<T> r, T (*ref)(T, T)) {
 
 // The lanes a reciprocal form hands to a true divide: zeros, subnormals, infinities, NaNs, and
 // quotients near the ends of the range. A zero divisor reports a singularity; its flag is
-// division by zero, or invalid for 0/0; 1/infinity is silent.
+// division by zero, or invalid for 0/0; 1/infinity is silent, an overflowing quotient raises
+// overflow alone. The flags are pinned on every cell, the reciprocal forms included.
 template <class T>
 void add_divide_cases(FamilyRow<T>& r) {
   using L = std::numeric_limits<T>;
@@ -142,7 +143,15 @@ void add_divide_cases(FamilyRow<T>& r) {
   add(T(1), T(0), FE_DIVBYZERO);
   add(T(1), T(-0.0), FE_DIVBYZERO);
   add(T(1), L::infinity(), 0);
-  if (r.inputs == 2) add(T(0), T(0), FE_INVALID);
+  add(T(1), -L::min() / 4, FE_OVERFLOW);
+  if (r.inputs == 2) {
+    add(T(0), T(0), FE_INVALID);
+    add(T(3), T(0), FE_DIVBYZERO);
+    add(L::max(), L::infinity(), 0);
+    add(L::max(), T(0.25), FE_OVERFLOW);
+    add(-L::max() / 2, T(0x1p-2), FE_OVERFLOW);
+    add(L::max(), T(2), 0);
+  }
 }
 
 // LinearFrac with fixed scalars: (sa a + ha) / (sb b + hb), b unread when sb is zero.

@@ -160,14 +160,29 @@ inline vec<T> reciprocal(const vec<T>& b) {
   }
 }
 
+// Divisor lanes the reciprocal can take: |b| in [kRcpLo, kRcpHi) (not zero, subnormal, huge,
+// infinite or NaN).
+template <class T>
+inline auto divisor_ok(const vec<T>& b) {
+  const vec<T> tb = simd::clear_sign(b);
+  return (tb >= vec<T>(Lim<T>::kRcpLo)) & (tb < vec<T>(Lim<T>::kRcpHi));
+}
+
+// b with the lanes the reciprocal cannot take replaced by 1: those lanes go to the callout, and
+// the stand-in keeps the estimate and its refinement from raising flags there (0 * inf, inf - inf,
+// an overflowing reciprocal) that the true divide of the callout would not raise.
+template <class T>
+inline vec<T> safe_divisor(const vec<T>& b) {
+  return simd::select(divisor_ok(b), b, vec<T>(T(1)));
+}
+
 // Lanes that the reciprocal form must not settle: divisor outside [kRcpLo, kRcpHi) (zero,
 // subnormal, huge, infinite, NaN), a subnormal, infinite or NaN dividend, or a non-zero dividend
 // whose quotient leaves [kQuoLo, kQuoHi] (the residual step would over- or underflow).
 template <class T>
 inline std::uint32_t rcp_marks(const vec<T>& a, const vec<T>& b, const vec<T>& q) {
-  const vec<T> tb = simd::clear_sign(b);
   const vec<T> tq = simd::clear_sign(q);
-  const auto b_ok = (tb >= vec<T>(Lim<T>::kRcpLo)) & (tb < vec<T>(Lim<T>::kRcpHi));
+  const auto b_ok = divisor_ok(b);
   const auto q_ok = (tq >= vec<T>(Lim<T>::kQuoLo)) & (tq <= vec<T>(Lim<T>::kQuoHi)) &
                     (simd::clear_sign(a) >= vec<T>(std::numeric_limits<T>::min()));
   return simd::bits(!(b_ok & (q_ok | (a == vec<T>(0)))));
@@ -181,11 +196,15 @@ struct DivRcp {
   static constexpr int kUnroll = kVariantId == 5 ? 4 : 2;
   static constexpr const char* kName = pick<T>("vdDiv", "vsDiv");
   static vec<T> vector(const vec<T>& a, const vec<T>& b, std::uint32_t& bad, std::uint32_t) {
-    const vec<T> r = reciprocal<kR>(b);
+    const vec<T> bs = safe_divisor(b);
+    const vec<T> r = reciprocal<kR>(bs);
     vec<T> q = a * r;
-    // The residual step would turn a -0 quotient into +0: zero dividends keep a*r.
     if constexpr (kCorrect) {
-      q = simd::select(a == vec<T>(0), q, simd::fma(r, simd::fnma(b, q, a), q));
+      // The residual step would turn a -0 quotient into +0, and an infinite one into NaN (by
+      // inf - inf, raising invalid): those lanes keep a*r, and the step runs on 0 there.
+      const auto keep = (a == vec<T>(0)) | !(simd::clear_sign(q) <= vec<T>(Lim<T>::kMax));
+      const vec<T> qs = simd::select(keep, vec<T>(T(0)), q);
+      q = simd::select(keep, q, simd::fma(r, simd::fnma(bs, qs, a), qs));
     }
     bad = rcp_marks(a, b, q);
     return q;
@@ -203,8 +222,9 @@ struct InvRcp {
   static constexpr int kUnroll = kVariantId == 5 ? 4 : 2;
   static constexpr const char* kName = pick<T>("vdInv", "vsInv");
   static vec<T> vector(const vec<T>& b, std::uint32_t& bad, std::uint32_t) {
-    vec<T> q = reciprocal<kR>(b);
-    if constexpr (kCorrect) q = simd::fma(q, residual_one(b, q), q);
+    const vec<T> bs = safe_divisor(b);
+    vec<T> q = reciprocal<kR>(bs);
+    if constexpr (kCorrect) q = simd::fma(q, residual_one(bs, q), q);
     bad = rcp_marks(vec<T>(1), b, q);
     return q;
   }

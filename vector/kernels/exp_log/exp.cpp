@@ -2,10 +2,10 @@
 // cell of the dispatch rows:
 //   SSE2 (both copies), any level; SSE4.2 row HA reuses the SSE2 kernel:
 //       double Exp: N = 64 with low parts, degree 5; single: N = 128 with low parts
-//   SSE4.2 and AVX2, LA: double N = 1024 one part, degree 3; single without table, degree 5
-//   AVX2, HA: double, the SSE2 design with fused multiply-adds; single without table, degree 6
-//       with the reduction's rounding carried
-//   SSE4.2 and AVX2, EP: double N = 128 one part, degree 2; single 2^f of degree 3
+//   SSE4.2 LA: double N = 1024 one part, degree 3; SSE4.2 and AVX2 single without table, degree 5
+//   AVX2, double, every level: N = 4 held in registers (no gather), degree 8/7/4 (HA/LA/EP)
+//   AVX2, HA: single without table, degree 6 with the reduction's rounding carried
+//   SSE4.2 EP: double N = 128 one part, degree 2; SSE4.2 and AVX2 single 2^f of degree 3
 //   AVX-512: register tables (16 entries double, 32 single), degree 6/6/3 (double LA/HA/EP),
 //       single HA degree 3 with low parts; single LA and EP without table, degree 5 and 3
 // Expm1 uses N = 128 with low parts on SSE2 to AVX2 and the register tables on AVX-512.
@@ -36,6 +36,9 @@ inline vec<T> exp_main(const vec<T>& x) {
     return exp_detail::exp_avx512<T, A>(x);
   }
 #else
+#if TVX_VARIANT_ID == 3
+  if constexpr (sizeof(T) == 8) return exp_detail::exp_d_reg4<A>(x);
+#endif
   if constexpr (TVX_VARIANT_ID == 3 && sizeof(T) == 4 && A == Acc::HA) {
     return exp_detail::exp_f_poly<A>(x);
   } else if constexpr (sizeof(T) == 4 && A == Acc::LA) {

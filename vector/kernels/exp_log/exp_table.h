@@ -131,6 +131,83 @@ inline vec<T> exp_table(const vec<T>& x) {
   return simd::from_bits<T>(simd::as_ints(y) + exponent_bits<T, P::kLogN>(z.t));
 }
 
+#if TVX_VARIANT_ID == 3
+// ---- double on AVX2: a four-entry table held in registers -------------------------------------
+// m = round(4 x / ln2) through the shifter, r = x - m ln2/4 (|r| <= ln2/8), m = 4k + j. The table
+// 2^(j/4) (high and low parts, the AVX-512 table's every fourth entry) sits in one register each
+// and is read by vpermps with the index pair (2j, 2j + 1) in each lane, so no gather runs. The
+// polynomial p(r) ~ exp(r) - 1 on [-ln2/8, ln2/8] (tools/fit_exp_poly.py, 4-entry fits): HA and
+// LA degree 8, 2^-56.4 (degree 7 is 2^-49.4, above 4 ulps), LA without the low parts; EP degree
+// 4, 2^-27.5, with a one-part reduction. 2^k joins by integer addition to the exponent field, as in
+// exp_table.
+template <Acc A>
+struct ExpReg4Poly;
+template <>
+struct ExpReg4Poly<Acc::HA> {
+  static constexpr double kC[8] = {
+      0x1.fffffffffffffp-1, 0x1.0000000000000p-1,  0x1.5555555557e5cp-3,  0x1.55555555565bep-5,
+      0x1.111110a654945p-7, 0x1.6c16c116b39d0p-10, 0x1.a03038b1c9ec6p-13, 0x1.a02bc735a2addp-16};
+};
+template <>
+struct ExpReg4Poly<Acc::LA> : ExpReg4Poly<Acc::HA> {};
+template <>
+struct ExpReg4Poly<Acc::EP> {
+  static constexpr double kC[4] = {0x1.fffffe07a4949p-1, 0x1.ffffff57e3733p-2, 0x1.5576232bf0774p-3,
+                                   0x1.556b33ac5dc6dp-5};
+};
+
+// The entries of a four-double register table at the lanes' indices (j in t's low bits).
+inline __m256d reg4_lookup(__m256 table, __m256i pairs) {
+  return _mm256_castps_pd(_mm256_permutevar8x32_ps(table, pairs));
+}
+inline __m256 reg4_table(const double* every_fourth) {
+  return _mm256_castpd_ps(
+      _mm256_set_pd(every_fourth[12], every_fourth[8], every_fourth[4], every_fourth[0]));
+}
+
+template <Acc A>
+inline vec<double> exp_d_reg4(const vec<double>& x) {
+  using V = vec<double>;
+  constexpr const double* c = ExpReg4Poly<A>::kC;
+  const V shift(kShifter<double>);
+  const V t = simd::fma(x, V(0x1.71547652b82fep+2), shift);  // 4/ln2
+  const V n = t - shift;
+  V r;
+  if constexpr (A == Acc::EP) {
+    r = simd::fnma(n, V(0x1.62e42fefa39efp-3), x);
+  } else {
+    // ln2/4 = L1 + L2, L1 with 21 trailing zeros: n L1 is exact for |n| < 2^21.
+    r = simd::fnma(n, V(0x1.a39ef35793c76p-35), simd::fnma(n, V(0x1.62e42fee00000p-3), x));
+  }
+  // Index pairs (2j, 2j + 1) from the low word of t; vpermps reads the low three bits.
+  const __m256i lo_words = _mm256_shuffle_epi32(_mm256_castpd_si256(t), 0xA0);
+  const __m256i pairs =
+      _mm256_add_epi32(_mm256_add_epi32(lo_words, lo_words), _mm256_set1_epi64x(1ll << 32));
+  const V th(reg4_lookup(reg4_table(kExp2Hi16), pairs));
+  const V r2 = r * r;
+  V p;
+  if constexpr (A == Acc::EP) {
+    p = simd::fma(r2, simd::fma(V(c[3]), r, V(c[2])), simd::fma(V(c[1]), r, V(c[0]))) * r;
+  } else {
+    const V r4 = r2 * r2;
+    const V q01 = simd::fma(V(c[1]), r, V(c[0]));
+    const V q23 = simd::fma(V(c[3]), r, V(c[2]));
+    const V q45 = simd::fma(V(c[5]), r, V(c[4]));
+    const V q67 = simd::fma(V(c[7]), r, V(c[6]));
+    const V q = simd::fma(r4, simd::fma(r2, q67, q45), simd::fma(r2, q23, q01));
+    p = q * r;
+  }
+  V y;
+  if constexpr (A == Acc::HA) {
+    const V tl(reg4_lookup(reg4_table(kExp2Lo16), pairs));
+    y = th + simd::fma(th, p, tl);
+  } else {
+    y = simd::fma(th, p, th);
+  }
+  return simd::from_bits<double>(simd::as_ints(y) + exponent_bits<double, 2>(t));
+}
+#endif
+
 // ---- Expm1 --------------------------------------------------------------------------------------
 // N = 128 with high and low parts at every level: the final subtraction of 1 magnifies the
 // absolute error of 2^(j/N) exp(r), so no level can drop the low parts. Levels differ in the

@@ -311,6 +311,61 @@ inline Parts<double> ln_core(const VD& u, const VD& e) {
   }
 }
 
+#if TVX_VARIANT_ID == 3
+// ---- double on AVX2: no table ------------------------------------------------------------------
+// x = 2^k m with m in [sqrt(2)/2, sqrt(2)) (the exponent taken from x + 1 - sqrt(2)/2's high
+// word), f = m - 1 exact, s = f / (2 + f), so ln m = 2 atanh s = f - f^2/2 + s (f^2/2 + R(s^2))
+// with R(z) = z (Lg1 + Lg2 z + ... + Lg7 z^6), |s| < 0.1716. One divide and no table read: on
+// processors whose gathers are slow this beats any table, and it stays close on the others.
+// R's coefficients are the classic published minimax set (error below 2^-58.45); LA refits six
+// of them (2^-53.7) and EP two (2^-30.5), both by tools/fit_log_poly.py.
+// HA sums as k ln2_hi - ((f^2/2 - (s (f^2/2 + R) + k ln2_lo)) - f), k ln2_hi exact; LA and EP as
+// k ln2 + (f - s (f - R)).
+constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492494229359p-2,
+                            0x1.c71c51d8e78afp-3, 0x1.7466496cb03dep-3, 0x1.39a09d078c69fp-3,
+                            0x1.2f112df3e5244p-3};
+
+constexpr double kLgEp[3] = {0x1.55555b7f8de11p-1, 0x1.997c305d84f6dp-2, 0x1.2ee610023bfcfp-2};
+
+// R(z) by level.
+template <Lv L>
+inline VD r_of_z(const VD& z) {
+  if constexpr (L == Lv::kEP) {
+    return simd::horner(z, kLgEp) * z;
+  } else {
+    const VD w = z * z;
+    return simd::estrin(z, w, kLg7) * z;
+  }
+}
+
+// kSplit (Log10 at HA): f joins k ln2_hi in the high part, with its carry in the low part, so that
+// the product by log10(e) is exact for the high part.
+template <Lv L, bool kSplit>
+inline Parts<double> ln_core_div(const VD& u) {
+  const UD bu = simd::as_bits(u);
+  // Adding 1 - sqrt(2)/2 (high word) moves x's exponent up by one where m >= sqrt(2)/2 * 2.
+  const UD t = bu + UD(0x3FF0000000000000ull - 0x3FE6A09E00000000ull);
+  const VD m = simd::from_bits<double>((t & UD(0x000FFFFFFFFFFFFFull)) + UD(0x3FE6A09E00000000ull));
+  // k + 1023 + 2^52 as a double, less the constant: k exactly.
+  const VD k =
+      simd::from_bits<double>((t >> 52) | UD(0x4330000000000000ull)) - VD(0x1.00000000003ffp52);
+  const VD f = m - VD(1.0);
+  const VD s = f / (f + VD(2.0));
+  const VD rz = r_of_z<L>(s * s);
+  if constexpr (L == Lv::kHA) {
+    const VD hfsq = VD(0.5) * f * f;
+    if constexpr (kSplit) {
+      return ha_sum<double>(k * VD(kLn2Hi), k * VD(kLn2Lo), f, simd::fms(s, hfsq + rz, hfsq));
+    } else {
+      const VD inner = simd::fma(s, hfsq + rz, k * VD(kLn2Lo));
+      return {k * VD(kLn2Hi), f - (hfsq - inner)};
+    }
+  } else {
+    return {k * VD(kLn2), simd::fnma(s, f - rz, f)};
+  }
+}
+#endif
+
 // ---- single, variants 0 to 3 --------------------------------------------------------------------
 using IF = simd::ivec<float>;
 
@@ -496,6 +551,9 @@ inline Parts<T> core(const vec<T>& u, const vec<T>& e, [[maybe_unused]] std::uin
   return ln_core_v5<T, L, kCorr, kKeepR>(u, e, skip);
 #else
   if constexpr (sizeof(T) == 8) {
+#if TVX_VARIANT_ID == 3
+    if constexpr (!kCorr) return ln_core_div<L, kKeepR>(u);
+#endif
     return ln_core<L, kCorr>(u, e);
   } else {
     return ln_core_f<L, kCorr>(u, e);
@@ -611,7 +669,7 @@ struct LogKernel {
     if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
       y = ha_f<F == Fn::kLog10, false>(xs, V(T(0)));
     } else {
-      y = finish(core<T, L, false>(xs, V(T(0)), 0));
+      y = finish(core<T, L, false, F == Fn::kLog10>(xs, V(T(0)), 0));
     }
     if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(0)), y, bad);
     return y;
