@@ -83,5 +83,7 @@ template <class T>
 Rows<T> exp_log_rows();
 template <class T>
 Rows<T> arith_rows();
+template <class T>
+Rows<T> pow_rows();
 
 }  // namespace tvx::family

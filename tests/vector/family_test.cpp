@@ -30,7 +30,8 @@ struct Family {
   Rows<float> (*s)();
 };
 const Family kFamilies[] = {{"ExpLog", exp_log_rows<double>, exp_log_rows<float>},
-                            {"Arith", arith_rows<double>, arith_rows<float>}};
+                            {"Arith", arith_rows<double>, arith_rows<float>},
+                            {"PowRoot", pow_rows<double>, pow_rows<float>}};
 
 template <class T>
 const Rows<T>& rows_of(int family) {

@@ -20,6 +20,7 @@
 #include "support/mpfr_ulp.h"
 #include "support/variants.h"
 #include "tests/vector/accuracy/functions.h"
+#include "tests/vector/accuracy/functions_pow.h"
 #include "tvx_vector.h"
 
 namespace tvx::accuracy {
@@ -132,6 +133,62 @@ int run_type(const std::vector<Function<T>>& fns, const Options& opt, std::FILE*
   return failures;
 }
 
+// The two-input functions, in the same table form.
+template <class T>
+int run_pairs(const std::vector<Function2<T>>& fns, const Options& opt, std::FILE* out) {
+  constexpr int kDigits = std::numeric_limits<T>::digits;
+  static const char* kLevel[] = {"LA", "HA", "EP"};
+  int failures = 0;
+  for (const Function2<T>& f : fns) {
+    std::mt19937_64 rng(opt.seed);
+    std::vector<T> a(static_cast<size_t>(opt.points)), b(a.size()), res(a.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+      double x, y;
+      f.draw(rng, x, y);
+      a[i] = static_cast<T>(x), b[i] = static_cast<T>(y);
+    }
+    for (int level = 1; level <= 3; ++level) {
+      for (const tvx::test::Variant& v : tvx::test::all_variants()) {
+        if (const char* missing = tvx::test::lacks(v)) {
+          std::fprintf(out, "| %s | %s | %s | skipped: CPU lacks %s | | |\n", f.name,
+                       kLevel[level - 1], v.name, missing);
+          continue;
+        }
+        const auto kernel = f.row->kernels[tvx::test::slot(v.index, level)];
+        kernel(static_cast<int>(a.size()), a.data(), b.data(), res.data());
+        double worst = 0.0;
+        size_t at = 0;
+        for (size_t i = 0; i < a.size(); ++i) {
+          const double e = ulp_error2<T>(f.truth, a[i], b[i], res[i]);
+          if (e > worst || std::isnan(e)) worst = e, at = i;
+        }
+        int bad_specials = 0;
+        for (const Special2& s : f.specials) {
+          const T x = static_cast<T>(s.a), z = static_cast<T>(s.b);
+          T y;
+          kernel(1, &x, &z, &y);
+          if (!special2_met(f, s, level, y)) {
+            ++bad_specials;
+            std::fprintf(stderr, "%s %s %s: f(%a, %a) = %a, want %a\n", f.name, kLevel[level - 1],
+                         v.name, s.a, s.b, static_cast<double>(y), s.expected);
+          }
+        }
+        const bool ok = meets_goal<T>(level, worst) && bad_specials == 0;
+        if (!ok) ++failures;
+        std::fprintf(out, "| %s | %s | %s | %.3f | %.1f | %s | %s%s |\n", f.name, kLevel[level - 1],
+                     v.name, worst, std::min<double>(kDigits, tvx::test::correct_bits<T>(worst)),
+                     level == 3 ? (kDigits == 53 ? ">= 26 bits" : ">= 11 bits")
+                                : (level == 1 ? "< 4 ulps" : "< 1 ulp"),
+                     ok ? "met" : "MISSED", bad_specials ? " (special values wrong)" : "");
+        if (!ok)
+          std::fprintf(stderr, "%s %s %s: worst %.3f ulps at (%a, %a)\n", f.name, kLevel[level - 1],
+                       v.name, worst, static_cast<double>(a[at]), static_cast<double>(b[at]));
+      }
+    }
+  }
+  return failures;
+}
+
 }  // namespace
 }  // namespace tvx::accuracy
 
@@ -159,6 +216,10 @@ int main(int argc, char** argv) {
   std::printf("|---|---|---|---|---|---|---|\n");
   int failures = tvx::accuracy::run_type(tvx::accuracy::double_functions(), opt, stdout);
   failures += tvx::accuracy::run_type(tvx::accuracy::float_functions(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::root_functions<double>(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::root_functions<float>(), opt, stdout);
+  failures += tvx::accuracy::run_pairs(tvx::accuracy::pair_functions<double>(), opt, stdout);
+  failures += tvx::accuracy::run_pairs(tvx::accuracy::pair_functions<float>(), opt, stdout);
   std::printf("\n%ld inputs per function, seed %u: %s\n", opt.points, opt.seed,
               failures == 0 ? "all goals met" : "GOALS MISSED");
   return failures == 0 ? 0 : 1;
