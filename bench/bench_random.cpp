@@ -157,6 +157,55 @@ BENCHMARK_CAPTURE(vi_uniform, mcg59, RUD_BRNG_MCG59);
 BENCHMARK_CAPTURE(vi_uniform_bits32, mcg59, RUD_BRNG_MCG59);
 BENCHMARK_CAPTURE(vi_uniform_bits32, mt19937, RUD_BRNG_MT19937);
 
+// ---- Gaussian and Exponential beside std and numpy ----------------------------------------------
+// vdRngGaussian by each method and vdRngExponential at n = 10^6 on MCG59 and MRG32k3a, beside
+// std::normal_distribution<double> and std::exponential_distribution<double> over std::mt19937_64
+// and numpy's Generator(PCG64).standard_normal / standard_exponential (numpy_peer, modes "normal"
+// and "exponential"). A method whose vector kernels are not in the build reports an error row.
+void vd_gaussian(benchmark::State& state, int brng, int method) {
+  uniform_export<double>(state, brng, [method](RudStreamPtr s, double* r) {
+    return vdRngGaussian(method, s, kN, r, 0.0, 1.0);
+  });
+}
+void vs_gaussian(benchmark::State& state, int brng, int method) {
+  uniform_export<float>(state, brng, [method](RudStreamPtr s, float* r) {
+    return vsRngGaussian(method, s, kN, r, 0.0f, 1.0f);
+  });
+}
+void vd_exponential(benchmark::State& state, int brng) {
+  uniform_export<double>(state, brng, [](RudStreamPtr s, double* r) {
+    return vdRngExponential(0, s, kN, r, 0.0, 1.0);
+  });
+}
+BENCHMARK_CAPTURE(vd_gaussian, boxmuller_mcg59, RUD_BRNG_MCG59, RUD_RNG_METHOD_GAUSSIAN_BOXMULLER);
+BENCHMARK_CAPTURE(vd_gaussian, boxmuller2_mcg59, RUD_BRNG_MCG59,
+                  RUD_RNG_METHOD_GAUSSIAN_BOXMULLER2);
+BENCHMARK_CAPTURE(vd_gaussian, icdf_mcg59, RUD_BRNG_MCG59, RUD_RNG_METHOD_GAUSSIAN_ICDF);
+BENCHMARK_CAPTURE(vd_gaussian, boxmuller_mrg32k3a, RUD_BRNG_MRG32K3A,
+                  RUD_RNG_METHOD_GAUSSIAN_BOXMULLER);
+BENCHMARK_CAPTURE(vd_gaussian, boxmuller2_mrg32k3a, RUD_BRNG_MRG32K3A,
+                  RUD_RNG_METHOD_GAUSSIAN_BOXMULLER2);
+BENCHMARK_CAPTURE(vd_gaussian, icdf_mrg32k3a, RUD_BRNG_MRG32K3A, RUD_RNG_METHOD_GAUSSIAN_ICDF);
+BENCHMARK_CAPTURE(vs_gaussian, boxmuller2_mcg59, RUD_BRNG_MCG59,
+                  RUD_RNG_METHOD_GAUSSIAN_BOXMULLER2);
+BENCHMARK_CAPTURE(vs_gaussian, icdf_mcg59, RUD_BRNG_MCG59, RUD_RNG_METHOD_GAUSSIAN_ICDF);
+BENCHMARK_CAPTURE(vd_exponential, mcg59, RUD_BRNG_MCG59);
+BENCHMARK_CAPTURE(vd_exponential, mrg32k3a, RUD_BRNG_MRG32K3A);
+
+template <class Distribution>
+void std_distribution_mt19937_64(benchmark::State& state) {
+  std::mt19937_64 g(12345);
+  Distribution d;
+  std::vector<double> r(kN);
+  for (auto _ : state) {
+    for (auto& x : r) x = d(g);
+    benchmark::DoNotOptimize(r.data());
+  }
+  per_element(state);
+}
+BENCHMARK_TEMPLATE(std_distribution_mt19937_64, std::normal_distribution<double>);
+BENCHMARK_TEMPLATE(std_distribution_mt19937_64, std::exponential_distribution<double>);
+
 // ---- Peers ------------------------------------------------------------------------------------
 void std_mt19937_words(benchmark::State& state) {
   std::mt19937 g(12345);
@@ -194,7 +243,7 @@ void std_uniform_real_mt19937_64(benchmark::State& state) {
 }
 BENCHMARK(std_uniform_real_mt19937_64);
 
-// numpy's Generator(PCG64).random(n, out=...): the script times each call in processor time and
+// numpy's Generator(PCG64) calls: the script times each call in processor time and
 // this benchmark reports those times, so the figure sits in the same table as the others.
 void numpy_peer(benchmark::State& state, const char* mode) {
   const std::string command = std::string(TVX_NUMPY_PYTHON) + " " + TVX_NUMPY_SCRIPT + " " +
@@ -222,6 +271,11 @@ BENCHMARK_CAPTURE(numpy_peer, philox_words, "philox")->UseManualTime()->Iteratio
 // numpy's MT19937 bit generator: N 32-bit words per call, and N doubles from Generator(MT19937).
 BENCHMARK_CAPTURE(numpy_peer, mt19937_words, "mt19937")->UseManualTime()->Iterations(200);
 BENCHMARK_CAPTURE(numpy_peer, mt19937_random, "mt19937_random")->UseManualTime()->Iterations(200);
+// numpy's Generator(PCG64).standard_normal and standard_exponential into preallocated arrays.
+BENCHMARK_CAPTURE(numpy_peer, pcg64_standard_normal, "normal")->UseManualTime()->Iterations(200);
+BENCHMARK_CAPTURE(numpy_peer, pcg64_standard_exponential, "exponential")
+    ->UseManualTime()
+    ->Iterations(200);
 
 void gsl_words(benchmark::State& state, const gsl_rng_type* type) {
   gsl_rng* g = gsl_rng_alloc(type);

@@ -7,9 +7,11 @@ this process, as Google Benchmark times the other entries:
           call; random_raw has no output argument, so each call also makes its array;
   mt19937         the MT19937 bit generator's 32-bit words through random_raw, N per call (its
                   raw output is one 32-bit word per 64-bit slot);
-  mt19937_random  Generator(MT19937).random into a preallocated array of N doubles.
+  mt19937_random  Generator(MT19937).random into a preallocated array of N doubles;
+  normal       Generator(PCG64).standard_normal into a preallocated array of N doubles;
+  exponential  Generator(PCG64).standard_exponential into a preallocated array of N doubles.
 
-Usage: bench_random_numpy.py N REPS [random|philox|mt19937|mt19937_random] -- prints REPS lines, the seconds of one call.
+Usage: bench_random_numpy.py N REPS [random|philox|mt19937|mt19937_random|normal|exponential] -- prints REPS lines, the seconds of one call.
 """
 import sys
 import time
@@ -36,6 +38,13 @@ def main():
 
         def call():
             generator.random(n, out=out)
+    elif mode in ("normal", "exponential"):
+        generator = np.random.Generator(np.random.PCG64(12345))
+        out = np.empty(n)
+        draw = generator.standard_normal if mode == "normal" else generator.standard_exponential
+
+        def call():
+            draw(n, out=out)
     else:
         generator = np.random.Generator(np.random.PCG64(12345))
         out = np.empty(n)

@@ -224,7 +224,8 @@ TVX_API int rudloadstreamm(RudStreamPtr* stream, const char* memptr);
  * n = 0 returns 0 at once, before r or any parameter is looked at.
  *
  * The values depend only on the stream's state and the arguments: they are the same on every
- * processor, in every instruction-set variant, and for any cut of a request into several calls.
+ * processor, in every instruction-set variant (but see the kernel-based distributions below),
+ * and for any cut of a request into several calls.
  *
  * Uniform: r on [a, b), a < b. vdRngUniform and vsRngUniform take RUD_RNG_METHOD_UNIFORM_STD,
  *   optionally with RUD_RNG_METHOD_ACCURACY_FLAG: without it, rounding of a + u (b - a) may give
@@ -236,6 +237,29 @@ TVX_API int rudloadstreamm(RudStreamPtr* stream, const char* memptr);
  *   RUD_RNG_ERROR_NO_NUMBER_BITS for generators whose words are not 32 full bits (MCG31, R250,
  *   MRG32K3A, the Wichmann-Hill set, the quasi-random and abstract generators, registered ones);
  *   MCG59 gives the top 32 of its 59 bits.
+ *
+ * Gaussian (a, sigma > 0): normal values of mean a and standard deviation sigma, by
+ *   RUD_RNG_METHOD_GAUSSIAN_BOXMULLER (two uniforms per value), RUD_RNG_METHOD_GAUSSIAN_BOXMULLER2
+ *   (both values of each pair of uniforms; a pair cut by the end of a call keeps its second value
+ *   in the stream, so it follows the stream into copies and saved images, and the values do not
+ *   depend on the cut) or RUD_RNG_METHOD_GAUSSIAN_ICDF (one uniform per value, for quasi-random
+ *   streams). A uniform of 0 gives a large finite value, never an infinity.
+ * Lognormal (a, sigma > 0, b, beta > 0): b + beta exp(g), g normal with mean a and deviation
+ *   sigma; RUD_RNG_METHOD_LOGNORMAL_BOXMULLER2 or RUD_RNG_METHOD_LOGNORMAL_ICDF, the flag keeps
+ *   values at or above b (RUD_RNG_METHOD_LOGNORMAL_ICDF_ACCURATE; the accurate form of
+ *   BOXMULLER2 is the inverse CDF).
+ * Exponential (a, beta > 0): a - beta ln(u); Rayleigh (a, beta > 0): a + beta sqrt(-ln(u));
+ *   Weibull (alpha > 0, a, beta > 0): a + beta (-ln(u))^(1/alpha). Method 0, flag allowed: the
+ *   accurate form keeps every value at or above a.
+ * Cauchy (a, beta > 0): a + beta tan(v), v uniform on [-pi/2, pi/2); Gumbel (a, beta > 0):
+ *   a + beta ln(-ln(u)); Laplace (a, beta > 0): a -+ beta ln(u1), the sign from a second
+ *   uniform. Method 0, no flag.
+ * These transform uniforms by the library's vector kernels (EP accuracy in double, LA in single)
+ *   with the kernels of the processor's instruction-set variant, so their values agree across
+ *   variants within that accuracy, not bit for bit; the uniforms they consume are the same
+ *   everywhere. The errors a kernel meets inside (a logarithm of 0) are settled by the
+ *   distribution: the thread's mode word and error callback are as before when the call returns.
+ *   A build without one of the kernels a method needs returns RUD_ERROR_BAD_OPERATION.
  *
  * Each export has an all-lower-case twin taking method, stream, n and the scalar parameters by
  * pointer; a null pointer among them is refused at its argument's position.
@@ -253,6 +277,26 @@ TVX_API int rudloadstreamm(RudStreamPtr* stream, const char* memptr);
 #define RUD_RNG_METHOD_UNIFORMBITS32_STD 0
 #define RUD_RNG_METHOD_UNIFORMBITS64_STD 0
 
+#define RUD_RNG_METHOD_GAUSSIAN_BOXMULLER 0
+#define RUD_RNG_METHOD_GAUSSIAN_BOXMULLER2 1
+#define RUD_RNG_METHOD_GAUSSIAN_ICDF 2
+#define RUD_RNG_METHOD_LOGNORMAL_BOXMULLER2 0
+#define RUD_RNG_METHOD_LOGNORMAL_ICDF 1
+#define RUD_RNG_METHOD_LOGNORMAL_ICDF_ACCURATE \
+  (RUD_RNG_METHOD_LOGNORMAL_ICDF | RUD_RNG_METHOD_ACCURACY_FLAG)
+#define RUD_RNG_METHOD_EXPONENTIAL_ICDF 0
+#define RUD_RNG_METHOD_EXPONENTIAL_ICDF_ACCURATE \
+  (RUD_RNG_METHOD_EXPONENTIAL_ICDF | RUD_RNG_METHOD_ACCURACY_FLAG)
+#define RUD_RNG_METHOD_RAYLEIGH_ICDF 0
+#define RUD_RNG_METHOD_RAYLEIGH_ICDF_ACCURATE \
+  (RUD_RNG_METHOD_RAYLEIGH_ICDF | RUD_RNG_METHOD_ACCURACY_FLAG)
+#define RUD_RNG_METHOD_WEIBULL_ICDF 0
+#define RUD_RNG_METHOD_WEIBULL_ICDF_ACCURATE \
+  (RUD_RNG_METHOD_WEIBULL_ICDF | RUD_RNG_METHOD_ACCURACY_FLAG)
+#define RUD_RNG_METHOD_CAUCHY_ICDF 0
+#define RUD_RNG_METHOD_GUMBEL_ICDF 0
+#define RUD_RNG_METHOD_LAPLACE_ICDF 0
+
 /* The block below is generated from random/distributions/distributions.def by
  * tools/gen_random_header.py; a test fails when it is out of date. Do not edit it by hand. */
 /* clang-format off */
@@ -261,6 +305,38 @@ TVX_API int vdRngUniform(int method, RudStreamPtr stream, int n, double r[], dou
 TVX_API int vdrnguniform(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* b);
 TVX_API int vsRngUniform(int method, RudStreamPtr stream, int n, float r[], float a, float b);
 TVX_API int vsrnguniform(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* b);
+TVX_API int vdRngGaussian(int method, RudStreamPtr stream, int n, double r[], double a, double sigma);
+TVX_API int vdrnggaussian(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* sigma);
+TVX_API int vsRngGaussian(int method, RudStreamPtr stream, int n, float r[], float a, float sigma);
+TVX_API int vsrnggaussian(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* sigma);
+TVX_API int vdRngLognormal(int method, RudStreamPtr stream, int n, double r[], double a, double sigma, double b, double beta);
+TVX_API int vdrnglognormal(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* sigma, const double* b, const double* beta);
+TVX_API int vsRngLognormal(int method, RudStreamPtr stream, int n, float r[], float a, float sigma, float b, float beta);
+TVX_API int vsrnglognormal(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* sigma, const float* b, const float* beta);
+TVX_API int vdRngExponential(int method, RudStreamPtr stream, int n, double r[], double a, double beta);
+TVX_API int vdrngexponential(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* beta);
+TVX_API int vsRngExponential(int method, RudStreamPtr stream, int n, float r[], float a, float beta);
+TVX_API int vsrngexponential(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* beta);
+TVX_API int vdRngRayleigh(int method, RudStreamPtr stream, int n, double r[], double a, double beta);
+TVX_API int vdrngrayleigh(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* beta);
+TVX_API int vsRngRayleigh(int method, RudStreamPtr stream, int n, float r[], float a, float beta);
+TVX_API int vsrngrayleigh(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* beta);
+TVX_API int vdRngCauchy(int method, RudStreamPtr stream, int n, double r[], double a, double beta);
+TVX_API int vdrngcauchy(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* beta);
+TVX_API int vsRngCauchy(int method, RudStreamPtr stream, int n, float r[], float a, float beta);
+TVX_API int vsrngcauchy(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* beta);
+TVX_API int vdRngGumbel(int method, RudStreamPtr stream, int n, double r[], double a, double beta);
+TVX_API int vdrnggumbel(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* beta);
+TVX_API int vsRngGumbel(int method, RudStreamPtr stream, int n, float r[], float a, float beta);
+TVX_API int vsrnggumbel(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* beta);
+TVX_API int vdRngLaplace(int method, RudStreamPtr stream, int n, double r[], double a, double beta);
+TVX_API int vdrnglaplace(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* a, const double* beta);
+TVX_API int vsRngLaplace(int method, RudStreamPtr stream, int n, float r[], float a, float beta);
+TVX_API int vsrnglaplace(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* a, const float* beta);
+TVX_API int vdRngWeibull(int method, RudStreamPtr stream, int n, double r[], double alpha, double a, double beta);
+TVX_API int vdrngweibull(const int* method, const RudStreamPtr* stream, const int* n, double r[], const double* alpha, const double* a, const double* beta);
+TVX_API int vsRngWeibull(int method, RudStreamPtr stream, int n, float r[], float alpha, float a, float beta);
+TVX_API int vsrngweibull(const int* method, const RudStreamPtr* stream, const int* n, float r[], const float* alpha, const float* a, const float* beta);
 TVX_API int viRngUniform(int method, RudStreamPtr stream, int n, int r[], int a, int b);
 TVX_API int virnguniform(const int* method, const RudStreamPtr* stream, const int* n, int r[], const int* a, const int* b);
 TVX_API int viRngUniformBits(int method, RudStreamPtr stream, int n, unsigned int r[]);

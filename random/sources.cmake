@@ -21,4 +21,6 @@ tvx_add_variant_family(rud_streams
 
 tvx_add_variant_family(rud_distributions
   random/distributions/uniform.cpp
+  random/distributions/gaussian.cpp
+  random/distributions/continuous.cpp
 )

@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "random/distributions/frame.h"
+#include "random/distributions/kernel_rows.h"
 #include "random/streams/catalogue.h"
 #include "simd/variant.h"
 #include "vector/frame/mode_status.h"
@@ -106,13 +107,23 @@ class KernelMode {
   unsigned int saved_;
 };
 
-// One-input kernel of `row` over n elements at the level of type T (T is the element type the
-// kernel works in; Result decides the level).
-template <class Result, class Row, class T>
-inline void kernel(const Row& row, int n, const T* a, T* r) {
+// The kernel of `row` over n elements at the level of Result, with the row's own arguments after
+// n: (a, r) for one input and one result, (a, r1, r2) for two results, (a, scalar, r) for a
+// vector and a scalar.
+template <class Result, class Row, class... Args>
+inline void kernel(const Row& row, int n, Args... args) {
   KernelMode mode;
-  cell(row, kLevel<Result>)(n, a, r);
+  cell(row, kLevel<Result>)(n, args...);
 }
+
+// The same through a row looked up by name (kernel_rows.h); the caller has made sure it is built.
+template <class Result, class K, class... Args>
+inline void kernel(const ::tvx::dist::RowRef<K>& ref, int n, Args... args) {
+  kernel<Result>(*ref.row, n, args...);
+}
+
+// Status of a call whose chain needs a vector function that has no kernels in this build.
+inline constexpr int kKernelMissing = RUD_ERROR_BAD_OPERATION;
 
 // One set-up value through the HA cell of a one-input row.
 template <class Row, class T>
