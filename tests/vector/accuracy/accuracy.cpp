@@ -2,12 +2,13 @@
 // for each type, accuracy level and variant the CPU runs, against MPFR; and the exact results of
 // special values. The kernels are called straight from their dispatch-row cells.
 //
-// Usage: tvx_accuracy [--points N] [--seed S] [--markdown]
+// Usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--function NAME]...
 //   N inputs per function (default 20000): a quarter uniform over the function's range, a
 //   quarter with a random binary exponent (both signs, down to the smallest subnormal), half
 //   packed around the function's interesting points at random distances from 2^-1 to 2^-50
 //   relative. Exit status 1 when any goal is missed:
 //   HA below 1 ulp, LA below 4 ulps, EP at least 26 correct bits (double) or 11 (single).
+//   --function (repeatable) measures only the functions named, e.g. vsLn.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -29,6 +30,7 @@ struct Options {
   long points = 20000;
   unsigned seed = 20240611;
   bool markdown = false;
+  std::vector<std::string> only;  // empty: every function
 };
 
 // The exact value of one input, kept as (hi + lo) * 2^scale where 2^scale is the ulp of the
@@ -78,6 +80,8 @@ int run_type(const std::vector<Function<T>>& fns, const Options& opt, std::FILE*
   static const char* kLevel[] = {"LA", "HA", "EP"};
   int failures = 0;
   for (const Function<T>& f : fns) {
+    if (!opt.only.empty() && std::find(opt.only.begin(), opt.only.end(), f.name) == opt.only.end())
+      continue;
     std::mt19937_64 rng(opt.seed);
     const std::vector<T> in = sample_inputs(f, opt.points, rng);
     std::vector<T> res(in.size());
@@ -144,8 +148,11 @@ int main(int argc, char** argv) {
       opt.seed = static_cast<unsigned>(std::atol(argv[++i]));
     } else if (std::strcmp(argv[i], "--markdown") == 0) {
       opt.markdown = true;
+    } else if (std::strcmp(argv[i], "--function") == 0 && i + 1 < argc) {
+      opt.only.emplace_back(argv[++i]);
     } else {
-      std::fprintf(stderr, "usage: tvx_accuracy [--points N] [--seed S] [--markdown]\n");
+      std::fprintf(stderr,
+                   "usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--function NAME]\n");
       return 2;
     }
   }
