@@ -333,8 +333,7 @@ inline VD r_of_z(const VD& z) {
   if constexpr (L == Lv::kEP) {
     return simd::horner(z, kLgEp) * z;
   } else {
-    const VD w = z * z;
-    return simd::estrin(z, w, kLg7) * z;
+    return simd::horner(z, kLg7) * z;
   }
 }
 
@@ -402,8 +401,9 @@ inline void square_exact(const VF& r, VF& hi, VF& lo) {
 // one below the result's last place: k ln2_hi + r is split into its rounded sum and the exact
 // error (k ln2_hi is exact and at least as large as r unless k = 0), and the error, k ln2_lo and
 // r^2 P join in the low part. Near x = 4/3 2^k the sum cancels; Log10 (kSplit), whose result
-// there falls into a lower binade, and the variants without fused multiply-add also take -r^2/2
-// exactly as two parts, the high one added last to the low part. LA and EP: k ln 2 + (r + r^2 P).
+// there falls into a lower binade, Log1p (kCorr) and the variants without fused multiply-add
+// also take -r^2/2 exactly as two parts, the high one added last to the low part. LA and EP: k ln 2
+// + (r + r^2 P).
 template <Lv L, bool kCorr, bool kSplit>
 inline Parts<float> ln_core_f(const VF& u, const VF& e) {
   const IF iu = simd::as_ints(u);
@@ -423,9 +423,12 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
     const VF err = (a - s) + r;
     VF b = simd::madd(kf, VF(kLn2LoF), err);
     if constexpr (kCorr) b = b + delta;
-    if constexpr (kSplit || !simd::kHasFma) {
+    if constexpr (kSplit || kCorr || !simd::kHasFma) {
+      // -(r + delta)^2 / 2 = -r^2/2 - r delta - delta^2/2 (the last below 2^-48): the square
+      // is taken of the exact r, since rp is rounded.
       VF r2, r2l;
-      square_exact(rp, r2, r2l);
+      square_exact(r, r2, r2l);
+      if constexpr (kCorr) b = simd::madd(r, VF(0.0f) - delta, b);
       b = simd::madd(r2l, VF(-0.5f), b);
       const VF lo = simd::madd(r2 * rp, simd::horner(rp, kQHa), b);
       return {s, simd::madd(r2, VF(-0.5f), lo)};
@@ -436,8 +439,27 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
     const VF r2 = rp * rp;
     VF lo = simd::madd(r2, L == Lv::kLA ? simd::horner(rp, kPLa) : simd::horner(rp, kPEp), r);
     if constexpr (kCorr) lo = lo + delta;
-    return {kf * VF(kLn2F), lo};
+    // Ln and Log1p take the sum finished (kFolded); Log10 scales the parts.
+    if constexpr (kSplit) {
+      return {kf * VF(kLn2F), lo};
+    } else {
+      return {simd::madd(kf, VF(kLn2F), lo), VF(0.0f)};
+    }
   }
+}
+
+// Lanes that are not positive normal numbers (zero, denormal, negative, infinite, NaN), from the
+// bits alone and without a floating compare: adding 0x7F800000 takes the positive normals, and
+// only them, to signed values below -2^24.
+inline std::uint32_t not_positive_normal(const VF& x) {
+  const IF t = simd::as_ints(x) + IF(0x7F800000);
+#if TVX_VARIANT_ID == 3
+  const __m256i ok = _mm256_cmpgt_epi32(IF(-16777216), t);
+  return ~static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(ok))) & 0xFFu;
+#else
+  const __m128i ok = _mm_cmpgt_epi32(IF(-16777216), t);
+  return ~static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(ok))) & 0xFu;
+#endif
 }
 
 #else  // TVX_VARIANT_ID == 5
@@ -612,8 +634,13 @@ struct LogKernel {
     }
   }
 
+  // The single LA and EP cores of variants 0 to 3 finish Ln and Log1p themselves.
+  static constexpr bool kFolded = sizeof(T) == 4 && L != Lv::kHA && TVX_VARIANT_ID != 5;
+
   static V finish(const Parts<T>& d) {
-    if constexpr (F != Fn::kLog10) {
+    if constexpr (F != Fn::kLog10 && kFolded) {
+      return d.hi;
+    } else if constexpr (F != Fn::kLog10) {
       return d.hi + d.lo;
     } else if constexpr (L == Lv::kEP) {
       return (d.hi + d.lo) * V(sizeof(T) == 8 ? T(kLog10e) : T(kLog10eF));
@@ -653,13 +680,17 @@ struct LogKernel {
     // separate so that each block runs one class test.
     return daz(mode) ? log_v5<true>(x, bad, mode) : log_v5<false>(x, bad, mode);
 #else
-    const V xc = comparable(x);
-    const auto ok =
-        (xc >= V(std::numeric_limits<T>::min())) && (xc <= V(std::numeric_limits<T>::max()));
-    bad = ~simd::bits<T>(ok) & kAll;
+    if constexpr (sizeof(T) == 4) {
+      bad = not_positive_normal(x);
+    } else {
+      const V xc = comparable(x);
+      const auto ok =
+          (xc >= V(std::numeric_limits<T>::min())) && (xc <= V(std::numeric_limits<T>::max()));
+      bad = ~simd::bits<T>(ok) & kAll;
+    }
     // Lanes out of range are harmless in the bit arithmetic of both cores.
     V y = finish(core<T, L, false, F == Fn::kLog10>(x, V(T(0)), 0));
-    if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(0)), y, bad);
+    if (bad != 0 && noerr(mode)) y = settle_noerr(comparable(x), V(T(0)), y, bad);
     return y;
 #endif
   }
