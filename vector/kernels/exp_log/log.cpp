@@ -9,8 +9,9 @@
 // the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in registers.
 //
 // Single precision, variants 0 to 3: no table; x = 2^k m with m in [2/3, 4/3) and a minimax
-// polynomial in r = m - 1 (HA finishes the polynomial and the sum in double). Variant 5 follows
-// the double design with a single-precision table.
+// polynomial in r = m - 1, all in single precision (HA with a compensated sum). Variant 5 follows
+// the double design with a single-precision table. On AVX2, double Ln and Log10 take no table
+// either (one divide, below).
 //
 // Log10 multiplies the two-part logarithm by log10(e) with an exact leading product (HA), or the
 // one-part result by log10(e) (LA, EP). Log1p forms u = 1 + x with its rounding error e and
@@ -317,8 +318,9 @@ inline Parts<double> ln_core(const VD& u, const VD& e) {
 // word), f = m - 1 exact, s = f / (2 + f), so ln m = 2 atanh s = f - f^2/2 + s (f^2/2 + R(s^2))
 // with R(z) = z (Lg1 + Lg2 z + ... + Lg7 z^6), |s| < 0.1716. One divide and no table read: on
 // processors whose gathers are slow this beats any table, and it stays close on the others.
-// R's coefficients are the classic published minimax set (error below 2^-58.45); LA refits six
-// of them (2^-53.7) and EP two (2^-30.5), both by tools/fit_log_poly.py.
+// R's coefficients are the classic published minimax set (error below 2^-58.45), at HA and LA (a
+// six-term fit reaches only 2^-50.5, above 4 ulps); EP takes three terms (2^-28.5) from
+// tools/fit_log_div_poly.py.
 // HA sums as k ln2_hi - ((f^2/2 - (s (f^2/2 + R) + k ln2_lo)) - f), k ln2_hi exact; LA and EP as
 // k ln2 + (f - s (f - R)).
 constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492494229359p-2,
@@ -327,7 +329,8 @@ constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492
 
 constexpr double kLgEp[3] = {0x1.55555b7f8de11p-1, 0x1.997c305d84f6dp-2, 0x1.2ee610023bfcfp-2};
 
-// R(z) by level.
+// R(z) by level, by Horner: the loop runs out of order far enough to hide the longer chain, and
+// Estrin's extra multiplies cost throughput.
 template <Lv L>
 inline VD r_of_z(const VD& z) {
   if constexpr (L == Lv::kEP) {
