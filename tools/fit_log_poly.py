@@ -7,6 +7,8 @@ The coefficients are then rounded to single precision and the error is measured 
 
 Usage: fit_log_poly.py DEGREE_OF_Q [LO HI]     (defaults: -1/3 1/3)
 Prints the coefficients of r^3 ... r^(3+n) as single-precision bit patterns and the error.
+       fit_log_poly.py --check FILE DEGREE...
+Fits each degree on the default range and fails unless every bit pattern appears in FILE.
 Pure Python (double arithmetic); the target accuracy is single precision.
 """
 import math
@@ -104,11 +106,26 @@ def bits(x):
     return struct.unpack("I", struct.pack("f", x))[0]
 
 
+def fitted(n, lo, hi):
+    coef, _ = remez(n, lo, hi)
+    return [to_f32(c) for c in coef]
+
+
+def check(path, degrees):
+    text = open(path).read().upper()
+    missing = [f"degree {n}: 0x{bits(c):08X}" for n in degrees
+               for c in fitted(n, -1 / 3, 1 / 3) if f"0X{bits(c):08X}" not in text]
+    for m in missing:
+        print(f"{path}: coefficient not found, {m}")
+    return 1 if missing else 0
+
+
 def main():
+    if sys.argv[1] == "--check":
+        return check(sys.argv[2], [int(a) for a in sys.argv[3:]])
     n = int(sys.argv[1])
     lo, hi = (float(sys.argv[2]), float(sys.argv[3])) if len(sys.argv) > 3 else (-1 / 3, 1 / 3)
-    coef, _ = remez(n, lo, hi)
-    coef = [to_f32(c) for c in coef]
+    coef = fitted(n, lo, hi)
     grid = [lo + (hi - lo) * i / 20000 for i in range(20001)]
     err = max(abs((poly(coef, r) - g(r)) * w(r)) for r in grid if r != 0)
     for i, c in enumerate(coef):
@@ -117,4 +134,4 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

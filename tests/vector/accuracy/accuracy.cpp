@@ -2,12 +2,13 @@
 // for each type, accuracy level and variant the CPU runs, against MPFR; and the exact results of
 // special values. The kernels are called straight from their dispatch-row cells.
 //
-// Usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]
+// Usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]...
 //   N inputs per function (default 20000): a quarter uniform over the function's range, a
 //   quarter with a random binary exponent (both signs, down to the smallest subnormal), half
 //   packed around the function's interesting points at random distances from 2^-1 to 2^-50
 //   relative. Exit status 1 when any goal is missed:
 //   HA below 1 ulp, LA below 4 ulps, EP at least 26 correct bits (double) or 11 (single).
+//   --function (repeatable) measures only the functions named, e.g. vsLn.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -32,8 +33,15 @@ struct Options {
   long points = 20000;
   unsigned seed = 20240611;
   bool markdown = false;
-  const char* only = nullptr;  // run only the functions whose name contains this
+  std::vector<std::string> only;  // empty: every function; else the names containing one of these
 };
+
+bool selected(const Options& opt, const char* name) {
+  if (opt.only.empty()) return true;
+  for (const std::string& part : opt.only)
+    if (std::strstr(name, part.c_str()) != nullptr) return true;
+  return false;
+}
 
 // The exact value of one input, kept as (hi + lo) * 2^scale where 2^scale is the ulp of the
 // result's type at the exact value, so that one error costs a few double operations. Exact values
@@ -82,7 +90,7 @@ int run_type(const std::vector<Function<T>>& fns, const Options& opt, std::FILE*
   static const char* kLevel[] = {"LA", "HA", "EP"};
   int failures = 0;
   for (const Function<T>& f : fns) {
-    if (opt.only != nullptr && std::strstr(f.name, opt.only) == nullptr) continue;
+    if (!selected(opt, f.name)) continue;
     std::mt19937_64 rng(opt.seed);
     const std::vector<T> in = sample_inputs(f, opt.points, rng);
     std::vector<T> res(in.size());
@@ -144,6 +152,7 @@ int run_pairs(const std::vector<Function2<T>>& fns, const Options& opt, std::FIL
   static const char* kLevel[] = {"LA", "HA", "EP"};
   int failures = 0;
   for (const Function2<T>& f : fns) {
+    if (!selected(opt, f.name)) continue;
     std::mt19937_64 rng(opt.seed);
     std::vector<T> a(static_cast<size_t>(opt.points)), b(a.size()), res(a.size());
     for (size_t i = 0; i < a.size(); ++i) {
@@ -205,11 +214,12 @@ int main(int argc, char** argv) {
       opt.seed = static_cast<unsigned>(std::atol(argv[++i]));
     } else if (std::strcmp(argv[i], "--markdown") == 0) {
       opt.markdown = true;
-    } else if (std::strcmp(argv[i], "--only") == 0 && i + 1 < argc) {
-      opt.only = argv[++i];
+    } else if ((std::strcmp(argv[i], "--only") == 0 || std::strcmp(argv[i], "--function") == 0) &&
+               i + 1 < argc) {
+      opt.only.emplace_back(argv[++i]);
     } else {
       std::fprintf(stderr,
-                   "usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]\n");
+                   "usage: tvx_accuracy [--points N] [--seed S] [--markdown] [--only NAME]...\n");
       return 2;
     }
   }

@@ -9,8 +9,9 @@
 // the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in registers.
 //
 // Single precision, variants 0 to 3: no table; x = 2^k m with m in [2/3, 4/3) and a minimax
-// polynomial in r = m - 1 (HA finishes the polynomial and the sum in double). Variant 5 follows
-// the double design with a single-precision table.
+// polynomial in r = m - 1, all in single precision (HA with a compensated sum). Variant 5 follows
+// the double design with a single-precision table. On AVX2, double Ln and Log10 take no table
+// either (one divide, below).
 //
 // Log10 multiplies the two-part logarithm by log10(e) with an exact leading product (HA), or the
 // one-part result by log10(e) (LA, EP). Log1p forms u = 1 + x with its rounding error e and
@@ -317,8 +318,9 @@ inline Parts<double> ln_core(const VD& u, const VD& e) {
 // word), f = m - 1 exact, s = f / (2 + f), so ln m = 2 atanh s = f - f^2/2 + s (f^2/2 + R(s^2))
 // with R(z) = z (Lg1 + Lg2 z + ... + Lg7 z^6), |s| < 0.1716. One divide and no table read: on
 // processors whose gathers are slow this beats any table, and it stays close on the others.
-// R's coefficients are the classic published minimax set (error below 2^-58.45); LA refits six
-// of them (2^-53.7) and EP two (2^-30.5), both by tools/fit_log_poly.py.
+// R's coefficients are the classic published minimax set (error below 2^-58.45), at HA and LA (a
+// six-term fit reaches only 2^-50.5, above 4 ulps); EP takes three terms (2^-28.5) from
+// tools/fit_log_div_poly.py.
 // HA sums as k ln2_hi - ((f^2/2 - (s (f^2/2 + R) + k ln2_lo)) - f), k ln2_hi exact; LA and EP as
 // k ln2 + (f - s (f - R)).
 constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492494229359p-2,
@@ -327,14 +329,14 @@ constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492
 
 constexpr double kLgEp[3] = {0x1.55555b7f8de11p-1, 0x1.997c305d84f6dp-2, 0x1.2ee610023bfcfp-2};
 
-// R(z) by level.
+// R(z) by level, by Horner: the loop runs out of order far enough to hide the longer chain, and
+// Estrin's extra multiplies cost throughput.
 template <Lv L>
 inline VD r_of_z(const VD& z) {
   if constexpr (L == Lv::kEP) {
     return simd::horner(z, kLgEp) * z;
   } else {
-    const VD w = z * z;
-    return simd::estrin(z, w, kLg7) * z;
+    return simd::horner(z, kLg7) * z;
   }
 }
 
@@ -377,20 +379,39 @@ inline VF to_float(const IF& k) {
 #endif
 }
 
-// log1p(r) = r - r^2/2 + r^3 Q(r) on [-1/3, 1/3], Q minimax for relative error
-// (tools/fit_log_poly.py 7, 6 and 3). LA and EP take one degree more than their
-// error budgets suggest, because near x = 4/3 the sum k ln 2 + log1p(r) loses a bit to
-// cancellation.
+// log1p(r) = r + r^2 P(r) on [-1/3, 1/3] with P(r) = -1/2 + r Q(r), Q minimax for relative
+// error (tools/fit_log_poly.py 7, 6 and 2: 2^-27.4, 2^-24.7, 2^-13.3).
 constexpr float kQHa[8] = {bf(0x3EAAAA83), bf(0xBE7FFF78), bf(0x3E4CE814), bf(0xBE2ACEE6),
                            bf(0x3E0F6B8C), bf(0xBDF9889E), bf(0x3E0F335D), bf(0xBE0402C8)};
-constexpr float kQLa[7] = {bf(0x3EAAAA94), bf(0xBE80058E), bf(0x3E4CE190), bf(0xBE28AD37),
-                           bf(0x3E0FCB12), bf(0xBE1AD9E3), bf(0x3E0D84EE)};
-constexpr float kQEp[4] = {bf(0x3EAA2655), bf(0xBE7F1784), bf(0x3E67E782), bf(0xBE4274AF)};
+constexpr float kPLa[8] = {-0.5f,          bf(0x3EAAAA94), bf(0xBE80058E), bf(0x3E4CE190),
+                           bf(0xBE28AD37), bf(0x3E0FCB12), bf(0xBE1AD9E3), bf(0x3E0D84EE)};
+constexpr float kPEp[4] = {-0.5f, bf(0x3EAA7160), bf(0xBE88E8FE), bf(0x3E612933)};
 
-template <Lv L, bool kCorr>
+// r^2 as hi + lo exactly.
+inline void square_exact(const VF& r, VF& hi, VF& lo) {
+  hi = r * r;
+  if constexpr (simd::kHasFma) {
+    lo = simd::fms(r, r, hi);
+  } else {
+    // r has at most 24 bits: the 12-bit head's square and products are exact.
+    const VF rh = simd::from_bits<float>(simd::as_ints(r) & IF(-4096));
+    const VF rl = r - rh;
+    lo = ((rh * rh - hi) + (rh + rh) * rl) + rl * rl;
+  }
+}
+
+// ln u, or ln(u + e) when kCorr, all in single precision. HA keeps every rounding but the last
+// one below the result's last place: k ln2_hi + r is split into its rounded sum and the exact
+// error (k ln2_hi is exact and at least as large as r unless k = 0), and the error, k ln2_lo and
+// r^2 P join in the low part. Near x = 4/3 2^k the sum cancels; Log10 (kSplit), whose result
+// there falls into a lower binade, Log1p (kCorr) and the variants without fused multiply-add
+// also take -r^2/2 exactly as two parts, the high one added last to the low part. LA and EP: k ln 2
+// + (r + r^2 P).
+template <Lv L, bool kCorr, bool kSplit>
 inline Parts<float> ln_core_f(const VF& u, const VF& e) {
   const IF iu = simd::as_ints(u);
-  const IF k = (iu - IF(0x3F2AAAAB)) >> 23;  // m = u 2^-k lies in [2/3, 4/3)
+  // m = u 2^-k lies in [2/3, 4/3) whatever u holds, so bad lanes need no stand-in.
+  const IF k = (iu - IF(0x3F2AAAAB)) >> 23;
   const VF m = simd::from_bits<float>(iu - (k << 23));
   const VF r = m - VF(1.0f);  // exact
   const VF kf = to_float(k);
@@ -399,57 +420,48 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
     delta = e * simd::from_bits<float>((IF(127) - k) << 23);
     rp = r + delta;
   }
-  const VF r2 = rp * rp;
-  static_assert(L != Lv::kHA, "single-precision HA runs ha_f");
-  VF q;
-  if constexpr (L == Lv::kLA) {
-    q = simd::horner(rp, kQLa);
+  if constexpr (L == Lv::kHA) {
+    const VF a = kf * VF(kLn2HiF);  // exact
+    const VF s = a + r;
+    const VF err = (a - s) + r;
+    VF b = simd::madd(kf, VF(kLn2LoF), err);
+    if constexpr (kCorr) b = b + delta;
+    if constexpr (kSplit || kCorr || !simd::kHasFma) {
+      // -(r + delta)^2 / 2 = -r^2/2 - r delta - delta^2/2 (the last below 2^-48): the square
+      // is taken of the exact r, since rp is rounded.
+      VF r2, r2l;
+      square_exact(r, r2, r2l);
+      if constexpr (kCorr) b = simd::madd(r, VF(0.0f) - delta, b);
+      b = simd::madd(r2l, VF(-0.5f), b);
+      const VF lo = simd::madd(r2 * rp, simd::horner(rp, kQHa), b);
+      return {s, simd::madd(r2, VF(-0.5f), lo)};
+    } else {
+      return {s, simd::fma(rp * rp, simd::madd(rp, simd::horner(rp, kQHa), VF(-0.5f)), b)};
+    }
   } else {
-    q = simd::horner(rp, kQEp);
+    const VF r2 = rp * rp;
+    VF lo = simd::madd(r2, L == Lv::kLA ? simd::horner(rp, kPLa) : simd::horner(rp, kPEp), r);
+    if constexpr (kCorr) lo = lo + delta;
+    // Ln and Log1p take the sum finished (kFolded); Log10 scales the parts.
+    if constexpr (kSplit) {
+      return {kf * VF(kLn2F), lo};
+    } else {
+      return {simd::madd(kf, VF(kLn2F), lo), VF(0.0f)};
+    }
   }
-  VF p = r2 * simd::madd(rp, q, VF(-0.5f));
-  if constexpr (kCorr) p = p + delta;
-  return {simd::madd(kf, VF(kLn2F), r), p};
 }
 
-// Single precision at HA: the reduction in single, the rest in double. Near x = 4/3 the sum
-// k ln 2 + log1p(r) cancels (and log10 falls into a lower binade), so rounding the polynomial in
-// single precision would cost more than the last bit.
-constexpr double kQHaD[8] = {kQHa[0], kQHa[1], kQHa[2], kQHa[3],
-                             kQHa[4], kQHa[5], kQHa[6], kQHa[7]};
-
-template <bool kLog10>
-inline VD ha_tail_d(const VD& r, const VD& k) {
-  const VD p = (r * r) * simd::madd(r, simd::horner(r, kQHaD), VD(-0.5));
-  const VD ln = simd::madd(k, VD(kLn2), r + p);
-  return kLog10 ? ln * VD(kLog10e) : ln;
-}
-
-// ln(u + e) (kCorr) or ln u, times log10(e) for Log10.
-template <bool kLog10, bool kCorr>
-inline VF ha_f(const VF& u, const VF& e) {
-  const IF iu = simd::as_ints(u);
-  const IF k = (iu - IF(0x3F2AAAAB)) >> 23;
-  VF r = simd::from_bits<float>(iu - (k << 23)) - VF(1.0f);
-  // Log1p: the rounding error e of u moves m by e 2^-k (exact), joined to r in double.
-  VF c(0.0f);
-  if constexpr (kCorr) c = e * simd::from_bits<float>((IF(127) - k) << 23);
-  const VF kf = to_float(k);
+// Lanes that are not positive normal numbers (zero, denormal, negative, infinite, NaN), from the
+// bits alone and without a floating compare: adding 0x7F800000 takes the positive normals, and
+// only them, to signed values below -2^24.
+inline std::uint32_t not_positive_normal(const VF& x) {
+  const IF t = simd::as_ints(x) + IF(0x7F800000);
 #if TVX_VARIANT_ID == 3
-  auto lo = [](const VF& v) { return VD(_mm256_cvtps_pd(_mm256_castps256_ps128(v))); };
-  auto hi = [](const VF& v) { return VD(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1))); };
-  const VD a = ha_tail_d<kLog10>(lo(r) + lo(c), lo(kf));
-  const VD b = ha_tail_d<kLog10>(hi(r) + hi(c), hi(kf));
-  return VF(_mm256_set_m128(_mm256_cvtpd_ps(b), _mm256_cvtpd_ps(a)));
+  const __m256i ok = _mm256_cmpgt_epi32(IF(-16777216), t);
+  return ~static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(ok))) & 0xFFu;
 #else
-  auto lo = [](const VF& v) { return VD(_mm_cvtps_pd(v)); };
-  auto hi = [](const VF& v) {
-    const __m128 x = v;
-    return VD(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
-  };
-  const VD a = ha_tail_d<kLog10>(lo(r) + lo(c), lo(kf));
-  const VD b = ha_tail_d<kLog10>(hi(r) + hi(c), hi(kf));
-  return VF(_mm_movelh_ps(_mm_cvtpd_ps(a), _mm_cvtpd_ps(b)));
+  const __m128i ok = _mm_cmpgt_epi32(IF(-16777216), t);
+  return ~static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(ok))) & 0xFu;
 #endif
 }
 
@@ -556,7 +568,7 @@ inline Parts<T> core(const vec<T>& u, const vec<T>& e, [[maybe_unused]] std::uin
 #endif
     return ln_core<L, kCorr>(u, e);
   } else {
-    return ln_core_f<L, kCorr>(u, e);
+    return ln_core_f<L, kCorr, kKeepR>(u, e);
   }
 #endif
 }
@@ -609,6 +621,8 @@ struct LogKernel {
   // Two registers per block on AVX2 and AVX-512: their chains interleave and share one mask
   // test. Four ran slower on AVX-512 (the polynomial's registers no longer fit).
   static constexpr int kUnroll = TVX_VARIANT_ID >= 3 ? 2 : 1;
+  // Clean stretches run in a loop without calls, which keeps the constants in registers.
+  static constexpr bool kCleanRuns = true;
   static constexpr const char* kName = F == Fn::kLn      ? (sizeof(T) == 8 ? "vdLn" : "vsLn")
                                        : F == Fn::kLog10 ? (sizeof(T) == 8 ? "vdLog10" : "vsLog10")
                                                          : (sizeof(T) == 8 ? "vdLog1p" : "vsLog1p");
@@ -623,11 +637,21 @@ struct LogKernel {
     }
   }
 
+  // The single LA and EP cores of variants 0 to 3 finish Ln and Log1p themselves.
+  static constexpr bool kFolded = sizeof(T) == 4 && L != Lv::kHA && TVX_VARIANT_ID != 5;
+
   static V finish(const Parts<T>& d) {
-    if constexpr (F != Fn::kLog10) {
+    if constexpr (F != Fn::kLog10 && kFolded) {
+      return d.hi;
+    } else if constexpr (F != Fn::kLog10) {
       return d.hi + d.lo;
     } else if constexpr (L == Lv::kEP) {
       return (d.hi + d.lo) * V(sizeof(T) == 8 ? T(kLog10e) : T(kLog10eF));
+    } else if constexpr (sizeof(T) == 4 && L == Lv::kHA && TVX_VARIANT_ID != 5) {
+      // The single core leaves up to r^2/2 in the low part; renormalised first, so that the
+      // rounding of the low products stays far below the result's last place.
+      const V hi = d.hi + d.lo;
+      return times_log10e<T>({hi, (d.hi - hi) + d.lo});
     } else {
       return times_log10e<T>(d);
     }
@@ -659,19 +683,17 @@ struct LogKernel {
     // separate so that each block runs one class test.
     return daz(mode) ? log_v5<true>(x, bad, mode) : log_v5<false>(x, bad, mode);
 #else
-    const V xc = comparable(x);
-    const auto ok =
-        (xc >= V(std::numeric_limits<T>::min())) && (xc <= V(std::numeric_limits<T>::max()));
-    bad = ~simd::bits<T>(ok) & kAll;
-    // Double lanes out of range are harmless in the bit arithmetic; single ones are replaced.
-    const V xs = sizeof(T) == 8 ? x : simd::select(ok, x, V(T(1)));
-    V y;
-    if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
-      y = ha_f<F == Fn::kLog10, false>(xs, V(T(0)));
+    if constexpr (sizeof(T) == 4) {
+      bad = not_positive_normal(x);
     } else {
-      y = finish(core<T, L, false, F == Fn::kLog10>(xs, V(T(0)), 0));
+      const V xc = comparable(x);
+      const auto ok =
+          (xc >= V(std::numeric_limits<T>::min())) && (xc <= V(std::numeric_limits<T>::max()));
+      bad = ~simd::bits<T>(ok) & kAll;
     }
-    if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(0)), y, bad);
+    // Lanes out of range are harmless in the bit arithmetic of both cores.
+    V y = finish(core<T, L, false, F == Fn::kLog10>(x, V(T(0)), 0));
+    if (bad != 0 && noerr(mode)) y = settle_noerr(comparable(x), V(T(0)), y, bad);
     return y;
 #endif
   }
@@ -701,16 +723,7 @@ struct LogKernel {
     const V u = V(T(1)) + xs;
     const V v = u - xs;
     const V e = (V(T(1)) - v) + (xs - (u - v));
-    V y;
-#if TVX_VARIANT_ID != 5
-    if constexpr (sizeof(T) == 4 && L == Lv::kHA) {
-      y = ha_f<false, true>(u, e);
-    } else {
-      y = finish(core<T, L, true>(u, e, 0));
-    }
-#else
-    y = finish(core<T, L, true>(u, e, 0));
-#endif
+    V y = finish(core<T, L, true>(u, e, 0));
     // log1p x = x below the tiny bound; the product reads a denormal as zero when asked to.
     y = simd::select(tiny, x * opaque(V(T(1))), y);
     if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(-1)), y, bad);
