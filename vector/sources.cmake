@@ -13,5 +13,5 @@ tvx_add_variant_family(pow vector/kernels/pow/variant.cpp)
 tvx_add_variant_family(trig vector/kernels/trig/trig.cpp)
 tvx_add_variant_family(invtrig_hyp vector/kernels/invtrig_hyp/invtrig.cpp
                        vector/kernels/invtrig_hyp/hyp.cpp)
-tvx_add_variant_family(special vector/kernels/special/erf.cpp vector/kernels/special/gamma.cpp
-                       vector/kernels/special/erfinv.cpp)
+tvx_add_variant_family(special vector/kernels/erfgamma/erf.cpp vector/kernels/erfgamma/gamma.cpp
+                       vector/kernels/erfgamma/erfinv.cpp)

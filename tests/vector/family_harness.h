@@ -92,7 +92,7 @@ template <class T>
 Rows<T> invtrig_rows();
 
 template <class T>
-Rows<T> special_rows();
+Rows<T> erfgamma_rows();
 
 // Rows of the functions of an accuracy table: its special values become the cases, its sampler
 // gives the inputs.

@@ -34,7 +34,7 @@ const Family kFamilies[] = {{"ExpLog", exp_log_rows<double>, exp_log_rows<float>
                             {"PowRoot", pow_rows<double>, pow_rows<float>},
                             {"Trig", trig_rows<double>, trig_rows<float>},
                             {"InvTrigHyp", invtrig_rows<double>, invtrig_rows<float>},
-                            {"Special", special_rows<double>, special_rows<float>}};
+                            {"ErfGamma", erfgamma_rows<double>, erfgamma_rows<float>}};
 
 template <class T>
 const Rows<T>& rows_of(int family) {

@@ -23,7 +23,7 @@
 #include "tests/vector/accuracy/functions.h"
 #include "tests/vector/accuracy/functions_invtrig.h"
 #include "tests/vector/accuracy/functions_pow.h"
-#include "tests/vector/accuracy/special.h"
+#include "tests/vector/accuracy/erfgamma.h"
 #include "tvx_vector.h"
 
 namespace tvx::accuracy {
@@ -245,8 +245,8 @@ int main(int argc, char** argv) {
       tvx::accuracy::run_pairs(std::vector{tvx::accuracy::atan2_function<double>()}, opt, stdout);
   failures +=
       tvx::accuracy::run_pairs(std::vector{tvx::accuracy::atan2_function<float>()}, opt, stdout);
-  failures += tvx::accuracy::run_type(tvx::accuracy::special_double_functions(), opt, stdout);
-  failures += tvx::accuracy::run_type(tvx::accuracy::special_float_functions(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::erfgamma_double_functions(), opt, stdout);
+  failures += tvx::accuracy::run_type(tvx::accuracy::erfgamma_float_functions(), opt, stdout);
   std::printf("\n%ld inputs per function, seed %u: %s\n", opt.points, opt.seed,
               failures == 0 ? "all goals met" : "GOALS MISSED");
   return failures == 0 ? 0 : 1;

@@ -14,7 +14,7 @@ using simd::ivec;
 using simd::vec;
 using V = vec<double>;
 
-#include "vector/kernels/special/special_tables.inc"
+#include "vector/kernels/erfgamma/erfgamma_tables.inc"
 
 enum class Acc { LA, HA, EP };
 

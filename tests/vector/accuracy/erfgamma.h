@@ -123,7 +123,7 @@ inline int cdfnorminv_truth(mpfr_ptr y, mpfr_srcptr x, mpfr_rnd_t rnd) {
   return r;
 }
 
-inline std::vector<Function<double>> special_double_functions() {
+inline std::vector<Function<double>> erfgamma_double_functions() {
   return {
       {"vdErf",
        vdErf,
@@ -286,7 +286,7 @@ inline std::vector<Function<double>> special_double_functions() {
   };
 }
 
-inline std::vector<Function<float>> special_float_functions() {
+inline std::vector<Function<float>> erfgamma_float_functions() {
   return {
       {"vsErf",
        vsErf,

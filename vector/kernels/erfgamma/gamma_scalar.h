@@ -21,7 +21,7 @@
 #include <limits>
 
 #include "tvx_vector.h"
-#include "vector/kernels/special/special_common.h"
+#include "vector/kernels/erfgamma/erfgamma_common.h"
 
 namespace tvx::TVX_VNS::special {
 

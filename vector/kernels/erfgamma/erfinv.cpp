@@ -15,7 +15,7 @@
 #include <cmath>
 
 #include "vector/kernels/common/kernel_loop.h"
-#include "vector/kernels/special/special_common.h"
+#include "vector/kernels/erfgamma/erfgamma_common.h"
 
 namespace tvx::TVX_VNS {
 namespace {

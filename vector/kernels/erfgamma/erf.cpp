@@ -1,7 +1,7 @@
 // Erf, Erfc and CdfNorm kernels, compiled once per instruction-set variant.
 //
 // One design for the three: a grid of step 2^-7 with the value and the derivative at each point
-// (special_tables.inc), and the Taylor step to the argument as a polynomial in w = x0*r and
+// (erfgamma_tables.inc), and the Taylor step to the argument as a polynomial in w = x0*r and
 // z = r^2. HA adds the tables' low parts, an exact derivative * r and a two-sum at the end;
 // LA drops those; EP also takes the short polynomial. Erf runs every lane in the vector path.
 // Erfc and CdfNorm send the lanes whose results leave the normal range (and NaN, infinities)
@@ -14,7 +14,7 @@
 #include <cmath>
 
 #include "vector/kernels/common/kernel_loop.h"
-#include "vector/kernels/special/special_common.h"
+#include "vector/kernels/erfgamma/erfgamma_common.h"
 
 namespace tvx::TVX_VNS {
 namespace {

@@ -3,7 +3,7 @@
 // 80-bit format; the frame only carries the blocks, the reports and the environment. One kernel
 // per variant serves every accuracy level.
 #include "vector/kernels/common/kernel_loop.h"
-#include "vector/kernels/special/gamma_scalar.h"
+#include "vector/kernels/erfgamma/gamma_scalar.h"
 
 namespace tvx::TVX_VNS {
 namespace {

@@ -1,5 +1,5 @@
 // The special functions in the family test, from the accuracy tester's special table.
-#include "tests/vector/accuracy/special.h"
+#include "tests/vector/accuracy/erfgamma.h"
 #include "tests/vector/family_harness.h"
 
 namespace tvx::family {
@@ -15,12 +15,12 @@ Rows<T> sampled_lightly(Rows<T> rows) {
 }  // namespace
 
 template <>
-Rows<double> special_rows<double>() {
-  return sampled_lightly(rows_from_table(accuracy::special_double_functions()));
+Rows<double> erfgamma_rows<double>() {
+  return sampled_lightly(rows_from_table(accuracy::erfgamma_double_functions()));
 }
 template <>
-Rows<float> special_rows<float>() {
-  return sampled_lightly(rows_from_table(accuracy::special_float_functions()));
+Rows<float> erfgamma_rows<float>() {
+  return sampled_lightly(rows_from_table(accuracy::erfgamma_float_functions()));
 }
 
 }  // namespace tvx::family
