@@ -8,7 +8,9 @@ must have degree 2203. As 2203 is prime, f is irreducible exactly when x^(2^2203
 has no root (f(0) = f(1) = 1); as 2^2203 - 1 is prime too, an irreducible f is primitive, which
 is the full period. All characteristic polynomials must also differ.
 
-    python3 tools/certify_mt2203.py random/streams/mt2203_params.inc [first count]
+    python3 tools/certify_mt2203.py random/streams/mt2203_params.inc [first count ...]
+
+Several first/count pairs take several stretches of rows; without any, every row is taken.
 
 Prints one line per row and exits non-zero if any row fails.
 """
@@ -56,9 +58,11 @@ def primitive(f):
 
 def main():
     rows = read_rows(sys.argv[1])
-    first = int(sys.argv[2]) if len(sys.argv) > 2 else 0
-    count = int(sys.argv[3]) if len(sys.argv) > 3 else len(rows)
-    cases = [(m, rows[m]) for m in range(first, min(len(rows), first + count))]
+    spans = [int(a) for a in sys.argv[2:]] or [0, len(rows)]
+    if len(spans) % 2:
+        sys.exit("rows are given as first/count pairs")
+    cases = [(m, rows[m]) for first, count in zip(spans[::2], spans[1::2])
+             for m in range(first, min(len(rows), first + count))]
     cases.append(PUBLISHED_LAST)
     seen = {}
     failed = 0
