@@ -188,6 +188,8 @@ inline vec<double> exp_d_reg4(const vec<double>& x) {
   V p;
   if constexpr (A == Acc::EP) {
     p = simd::fma(r2, simd::fma(V(c[3]), r, V(c[2])), simd::fma(V(c[1]), r, V(c[0]))) * r;
+  } else if constexpr (A == Acc::LA) {
+    p = simd::horner(r, ExpReg4Poly<A>::kC) * r;
   } else {
     const V r4 = r2 * r2;
     const V q01 = simd::fma(V(c[1]), r, V(c[0]));

@@ -1,17 +1,19 @@
 // Logarithms: Ln, Log10 and Log1p in double and single precision, compiled once per variant.
 //
-// Double precision, variants 0 to 3: x = 2^(E - 1023) * (1 + f) is mapped to m = 2^-10 (1 + f),
-// an integer c in [512, 1024] close to 1/m is found through the single-precision reciprocal, and
-// r = c*m - 1 is exact. Then ln x = E ln 2 + T(c) + log1p(r), where the table T(c) folds in the
-// exponent bias. HA keeps T and ln 2 in two parts and forms the final sum so that only the last
-// rounding is large; LA and EP use a one-part table with the exponent re-centred around 1.
-// Variant 5 takes the significand in [1, 2) and the exponent with the AVX-512 specials, rounds
-// the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in registers.
+// Double precision, variants 0 to 2, and Log1p on variant 3: x = 2^(E - 1023) * (1 + f) is
+// mapped to m = 2^-10 (1 + f), an integer c in [512, 1024] close to 1/m is found through the
+// single-precision reciprocal, and r = c*m - 1 is exact. Then ln x = E ln 2 + T(c) + log1p(r),
+// where the table T(c) folds in the exponent bias. HA keeps T and ln 2 in two parts and forms the
+// final sum so that only the last rounding is large; LA and EP use a one-part table with the
+// exponent re-centred around 1. Ln and Log10 on variant 3, Ln at HA and LA on variant 5 and Ln
+// at EP on variant 2 take no table: one divide, below.
+// Variant 5 otherwise takes the significand in [1, 2) and the exponent with the AVX-512
+// specials, rounds the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in
+// registers.
 //
-// Single precision, variants 0 to 3: no table; x = 2^k m with m in [2/3, 4/3) and a minimax
-// polynomial in r = m - 1, all in single precision (HA with a compensated sum). Variant 5 follows
-// the double design with a single-precision table. On AVX2, double Ln and Log10 take no table
-// either (one divide, below).
+// Single precision, variants 0 to 3, and Ln HA on variant 5: no table; x = 2^k m with m in
+// [2/3, 4/3) and a minimax polynomial in r = m - 1, all in single precision (HA with a compensated
+// sum). Variant 5 otherwise follows its double design with a single-precision table.
 //
 // Log10 multiplies the two-part logarithm by log10(e) with an exact leading product (HA), or the
 // one-part result by log10(e) (LA, EP). Log1p forms u = 1 + x with its rounding error e and
@@ -312,67 +314,16 @@ inline Parts<double> ln_core(const VD& u, const VD& e) {
   }
 }
 
-#if TVX_VARIANT_ID == 3
-// ---- double on AVX2: no table ------------------------------------------------------------------
-// x = 2^k m with m in [sqrt(2)/2, sqrt(2)) (the exponent taken from x + 1 - sqrt(2)/2's high
-// word), f = m - 1 exact, s = f / (2 + f), so ln m = 2 atanh s = f - f^2/2 + s (f^2/2 + R(s^2))
-// with R(z) = z (Lg1 + Lg2 z + ... + Lg7 z^6), |s| < 0.1716. One divide and no table read: on
-// processors whose gathers are slow this beats any table, and it stays close on the others.
-// R's coefficients are the classic published minimax set (error below 2^-58.45), at HA and LA (a
-// six-term fit reaches only 2^-50.5, above 4 ulps); EP takes three terms (2^-28.5) from
-// tools/fit_log_div_poly.py.
-// HA sums as k ln2_hi - ((f^2/2 - (s (f^2/2 + R) + k ln2_lo)) - f), k ln2_hi exact; LA and EP as
-// k ln2 + (f - s (f - R)).
-constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492494229359p-2,
-                            0x1.c71c51d8e78afp-3, 0x1.7466496cb03dep-3, 0x1.39a09d078c69fp-3,
-                            0x1.2f112df3e5244p-3};
+#endif  // TVX_VARIANT_ID != 5
 
-constexpr double kLgEp[3] = {0x1.55555b7f8de11p-1, 0x1.997c305d84f6dp-2, 0x1.2ee610023bfcfp-2};
-
-// R(z) by level, by Horner: the loop runs out of order far enough to hide the longer chain, and
-// Estrin's extra multiplies cost throughput.
-template <Lv L>
-inline VD r_of_z(const VD& z) {
-  if constexpr (L == Lv::kEP) {
-    return simd::horner(z, kLgEp) * z;
-  } else {
-    return simd::horner(z, kLg7) * z;
-  }
-}
-
-// kSplit (Log10 at HA): f joins k ln2_hi in the high part, with its carry in the low part, so that
-// the product by log10(e) is exact for the high part.
-template <Lv L, bool kSplit>
-inline Parts<double> ln_core_div(const VD& u) {
-  const UD bu = simd::as_bits(u);
-  // Adding 1 - sqrt(2)/2 (high word) moves x's exponent up by one where m >= sqrt(2)/2 * 2.
-  const UD t = bu + UD(0x3FF0000000000000ull - 0x3FE6A09E00000000ull);
-  const VD m = simd::from_bits<double>((t & UD(0x000FFFFFFFFFFFFFull)) + UD(0x3FE6A09E00000000ull));
-  // k + 1023 + 2^52 as a double, less the constant: k exactly.
-  const VD k =
-      simd::from_bits<double>((t >> 52) | UD(0x4330000000000000ull)) - VD(0x1.00000000003ffp52);
-  const VD f = m - VD(1.0);
-  const VD s = f / (f + VD(2.0));
-  const VD rz = r_of_z<L>(s * s);
-  if constexpr (L == Lv::kHA) {
-    const VD hfsq = VD(0.5) * f * f;
-    if constexpr (kSplit) {
-      return ha_sum<double>(k * VD(kLn2Hi), k * VD(kLn2Lo), f, simd::fms(s, hfsq + rz, hfsq));
-    } else {
-      const VD inner = simd::fma(s, hfsq + rz, k * VD(kLn2Lo));
-      return {k * VD(kLn2Hi), f - (hfsq - inner)};
-    }
-  } else {
-    return {k * VD(kLn2), simd::fnma(s, f - rz, f)};
-  }
-}
-#endif
-
-// ---- single, variants 0 to 3 --------------------------------------------------------------------
+// ---- single without a table: every level on variants 0 to 3, Ln HA on variant 5
+// ------------------
 using IF = simd::ivec<float>;
 
 inline VF to_float(const IF& k) {
-#if TVX_VARIANT_ID == 3
+#if TVX_VARIANT_ID == 5
+  return VF(_mm512_cvtepi32_ps(k));
+#elif TVX_VARIANT_ID == 3
   return VF(_mm256_cvtepi32_ps(k));
 #else
   return VF(_mm_cvtepi32_ps(k));
@@ -451,6 +402,7 @@ inline Parts<float> ln_core_f(const VF& u, const VF& e) {
   }
 }
 
+#if TVX_VARIANT_ID != 5
 // Lanes that are not positive normal numbers (zero, denormal, negative, infinite, NaN), from the
 // bits alone and without a floating compare: adding 0x7F800000 takes the positive normals, and
 // only them, to signed values below -2^24.
@@ -464,6 +416,16 @@ inline std::uint32_t not_positive_normal(const VF& x) {
   return ~static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(ok))) & 0xFu;
 #endif
 }
+
+#if TVX_VARIANT_ID == 3
+// The same for doubles: adding 0x7FF0000000000000 takes the positive normals, and only them, to
+// signed values below -2^53.
+inline std::uint32_t not_positive_normal(const VD& x) {
+  const __m256i t = _mm256_add_epi64(simd::as_bits(x), _mm256_set1_epi64x(0x7FF0000000000000ll));
+  const __m256i ok = _mm256_cmpgt_epi64(_mm256_set1_epi64x(-(1ll << 53)), t);
+  return ~static_cast<std::uint32_t>(_mm256_movemask_pd(_mm256_castsi256_pd(ok))) & 0xFu;
+}
+#endif
 
 #else  // TVX_VARIANT_ID == 5
 // ---- variant 5, both types ----------------------------------------------------------------------
@@ -555,17 +517,114 @@ inline Parts<T> ln_core_v5(const vec<T>& u, const vec<T>& e, std::uint32_t skip)
 }
 #endif
 
+// ---- double on SSE4.2, AVX2 and AVX-512: no table ---------------------------------------------
+// x = 2^k m with m in [sqrt(2)/2, sqrt(2)) (the exponent taken from x + 1 - sqrt(2)/2's high
+// word), f = m - 1 exact, s = f / (2 + f), so ln m = 2 atanh s = f - f^2/2 + s (f^2/2 + R(s^2))
+// with R(z) = z (Lg1 + Lg2 z + ... + Lg7 z^6), |s| < 0.1716. One divide and no table read: on
+// processors whose gathers are slow this beats any table, and it stays close on the others; on
+// AVX-512 it also beats the 16-entry register table, whose reduction needs a longer polynomial.
+// Only positive normal numbers may enter (the callers send the rest to the callouts).
+// HA takes R's classic published minimax set of seven terms (error below 2^-58.45); LA six terms
+// fitted for the error in the result's last place (1.2 ulps from the polynomial, where a plain
+// six-term fit leaves 4) and EP three terms (2^-28.5), both from tools/fit_log_div_poly.py.
+// HA sums as k ln2_hi - ((f^2/2 - (s (f^2/2 + R) + k ln2_lo)) - f), k ln2_hi exact; LA and EP as
+// k ln2 + (f - s (f - R)). Ln takes the last sum fused (k ln2_hi + lo is the same rounding, as
+// k ln2_hi is exact), and returns it in the high part with a zero low part (kFolded below).
+#if TVX_VARIANT_ID >= 2
+constexpr bool kDivCore = true;
+constexpr double kLg7[7] = {0x1.5555555555593p-1, 0x1.999999997fa04p-2, 0x1.2492494229359p-2,
+                            0x1.c71c51d8e78afp-3, 0x1.7466496cb03dep-3, 0x1.39a09d078c69fp-3,
+                            0x1.2f112df3e5244p-3};
+
+constexpr double kLgLa[6] = {0x1.5555555553f8dp-1, 0x1.999999a12bf4ep-2, 0x1.2492425441c1ep-2,
+                             0x1.c7220143a3f62p-3, 0x1.733ab364d19b9p-3, 0x1.57cd87f3fcc1ep-3};
+constexpr double kLgEp[3] = {0x1.55555b7f8de11p-1, 0x1.997c305d84f6dp-2, 0x1.2ee610023bfcfp-2};
+
+// R(z) / z by level, by Horner: the loop runs out of order far enough to hide the longer chain,
+// and Estrin's extra multiplies cost throughput (measured at both widths).
+template <Lv L>
+inline VD r_over_z(const VD& z) {
+  if constexpr (L == Lv::kEP) {
+    return simd::horner(z, kLgEp);
+  } else {
+    return L == Lv::kHA ? simd::horner(z, kLg7) : simd::horner(z, kLgLa);
+  }
+}
+
+// c - a b, fused where the variant can.
+inline VD nmadd(const VD& a, const VD& b, const VD& c) {
+  if constexpr (simd::kHasFma) {
+    return simd::fnma(a, b, c);
+  } else {
+    return c - a * b;
+  }
+}
+
+// kSplit (Log10): at HA f joins k ln2_hi in the high part, with its carry in the low part, so
+// that the product by log10(e) is exact for the high part; at LA and EP the parts stay apart.
+template <Lv L, bool kSplit>
+inline Parts<double> ln_core_div(const VD& u) {
+  const UD bu = simd::as_bits(u);
+  // Adding 1 - sqrt(2)/2 (high word) moves x's exponent up by one where m >= sqrt(2)/2 * 2.
+  const UD t = bu + UD(0x3FF0000000000000ull - 0x3FE6A09E00000000ull);
+  const VD m = simd::from_bits<double>((t & UD(0x000FFFFFFFFFFFFFull)) + UD(0x3FE6A09E00000000ull));
+  // k + 1023 + 2^52 as a double, less the constant: k exactly.
+  const VD k =
+      simd::from_bits<double>((t >> 52) | UD(0x4330000000000000ull)) - VD(0x1.00000000003ffp52);
+  const VD f = m - VD(1.0);
+  const VD s = f / (f + VD(2.0));
+  const VD z = s * s;
+  const VD pz = r_over_z<L>(z);
+  if constexpr (L == Lv::kHA) {
+    const VD hfsq = (VD(0.5) * f) * f;
+    const VD hfsq_r = simd::madd(z, pz, hfsq);  // f^2/2 + R
+    if constexpr (kSplit) {
+      return ha_sum<double>(k * VD(kLn2Hi), k * VD(kLn2Lo), f, simd::fms(s, hfsq_r, hfsq));
+    } else {
+      const VD inner = simd::madd(s, hfsq_r, k * VD(kLn2Lo));
+      return {simd::madd(k, VD(kLn2Hi), f - (hfsq - inner)), VD(0.0)};
+    }
+  } else {
+    const VD lo = nmadd(s, nmadd(z, pz, f), f);  // f - s (f - R)
+    if constexpr (kSplit) {
+      return {k * VD(kLn2), lo};
+    } else {
+      return {simd::madd(k, VD(kLn2), lo), VD(0.0)};
+    }
+  }
+}
+#else
+constexpr bool kDivCore = false;
+#endif
+
+// Whether a core takes the divide: double Ln and Log10 on AVX2; on AVX-512 double Ln at HA and
+// LA (the register table is faster at EP, where its polynomial is shorter, and its Log10 keeps
+// more margin below 1 ulp); on SSE4.2, without fused multiply-add, double Ln at EP only (the
+// table core is as fast at LA).
+template <class T, Lv L, bool kCorr, bool kKeepR>
+inline constexpr bool kUsesDiv = kDivCore && sizeof(T) == 8 && !kCorr &&
+                                 (TVX_VARIANT_ID == 3 ||
+                                  (TVX_VARIANT_ID == 5 && !kKeepR && L != Lv::kEP) ||
+                                  (TVX_VARIANT_ID == 2 && !kKeepR && L == Lv::kEP));
+
+// Whether the AVX-512 copy takes the single core without a table: for Ln at HA, where its
+// longer polynomial costs less than the table core's reduction and double-length sum.
+template <class T, Lv L, bool kCorr, bool kKeepR>
+inline constexpr bool kUsesSingleNoTable = TVX_VARIANT_ID == 5 && sizeof(T) == 4 && L == Lv::kHA &&
+                                           !kCorr && !kKeepR;
+
 // The core for a type and level on this variant. Lanes of `skip` are bad lanes whose argument
 // the core may ignore; only variant 5 uses that (the others are given harmless stand-ins).
 template <class T, Lv L, bool kCorr, bool kKeepR = false>
 inline Parts<T> core(const vec<T>& u, const vec<T>& e, [[maybe_unused]] std::uint32_t skip) {
+#if TVX_VARIANT_ID >= 2
+  if constexpr (kUsesDiv<T, L, kCorr, kKeepR>) return ln_core_div<L, kKeepR>(u);
+#endif
 #if TVX_VARIANT_ID == 5
+  if constexpr (kUsesSingleNoTable<T, L, kCorr, kKeepR>) return ln_core_f<L, false, false>(u, e);
   return ln_core_v5<T, L, kCorr, kKeepR>(u, e, skip);
 #else
   if constexpr (sizeof(T) == 8) {
-#if TVX_VARIANT_ID == 3
-    if constexpr (!kCorr) return ln_core_div<L, kKeepR>(u);
-#endif
     return ln_core<L, kCorr>(u, e);
   } else {
     return ln_core_f<L, kCorr, kKeepR>(u, e);
@@ -637,8 +696,10 @@ struct LogKernel {
     }
   }
 
-  // The single LA and EP cores of variants 0 to 3 finish Ln and Log1p themselves.
-  static constexpr bool kFolded = sizeof(T) == 4 && L != Lv::kHA && TVX_VARIANT_ID != 5;
+  // The single LA and EP cores of variants 0 to 3 finish Ln and Log1p themselves, and so does
+  // the double divide core Ln.
+  static constexpr bool kFolded = (sizeof(T) == 4 && L != Lv::kHA && TVX_VARIANT_ID != 5) ||
+                                  (kUsesDiv<T, L, false, false> && F == Fn::kLn);
 
   static V finish(const Parts<T>& d) {
     if constexpr (F != Fn::kLog10 && kFolded) {
@@ -683,7 +744,7 @@ struct LogKernel {
     // separate so that each block runs one class test.
     return daz(mode) ? log_v5<true>(x, bad, mode) : log_v5<false>(x, bad, mode);
 #else
-    if constexpr (sizeof(T) == 4) {
+    if constexpr (sizeof(T) == 4 || TVX_VARIANT_ID == 3) {
       bad = not_positive_normal(x);
     } else {
       const V xc = comparable(x);
@@ -701,8 +762,15 @@ struct LogKernel {
 #if TVX_VARIANT_ID == 5
   template <bool kDaz>
   static V log_v5(const V& x, std::uint32_t& bad, std::uint32_t mode) {
-    // Zero, negative, infinite (and denormal under kDaz) lanes; the core skips them.
-    bad = kDaz ? x5::fpclass<0x7E, T>(x) : x5::fpclass<0x5E, T>(x);
+    // Zero, negative, infinite (and denormal under kDaz) lanes; the core skips them. The divide
+    // core and the single core without a table take positive normals only: denormals and NaN
+    // go to the callouts too.
+    if constexpr (kUsesDiv<T, L, false, F == Fn::kLog10> ||
+                  kUsesSingleNoTable<T, L, false, F == Fn::kLog10>) {
+      bad = x5::fpclass<0xFF, T>(x);
+    } else {
+      bad = kDaz ? x5::fpclass<0x7E, T>(x) : x5::fpclass<0x5E, T>(x);
+    }
     V y = finish(core<T, L, false, F == Fn::kLog10>(x, V(T(0)), bad));
     if (bad != 0 && noerr(mode)) y = settle_noerr(x, V(T(0)), y, bad);
     return y;
