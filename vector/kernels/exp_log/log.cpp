@@ -11,7 +11,7 @@
 // specials, rounds the 14-bit reciprocal to five fraction bits and reads a 16-entry table held in
 // registers.
 //
-// Single precision, variants 0 to 3, and Ln HA on variant 5: no table; x = 2^k m with m in
+// Single precision, variants 0 to 3, and Ln on variant 5: no table; x = 2^k m with m in
 // [2/3, 4/3) and a minimax polynomial in r = m - 1, all in single precision (HA with a compensated
 // sum). Variant 5 otherwise follows its double design with a single-precision table.
 //
@@ -607,11 +607,11 @@ inline constexpr bool kUsesDiv = kDivCore && sizeof(T) == 8 && !kCorr &&
                                   (TVX_VARIANT_ID == 5 && !kKeepR && L != Lv::kEP) ||
                                   (TVX_VARIANT_ID == 2 && !kKeepR && L == Lv::kEP));
 
-// Whether the AVX-512 copy takes the single core without a table: for Ln at HA, where its
-// longer polynomial costs less than the table core's reduction and double-length sum.
+// Whether the AVX-512 copy takes the single core without a table: for Ln, where its longer
+// polynomial costs less than the table core's reduction (and, at HA, its double-length sum).
 template <class T, Lv L, bool kCorr, bool kKeepR>
-inline constexpr bool kUsesSingleNoTable = TVX_VARIANT_ID == 5 && sizeof(T) == 4 && L == Lv::kHA &&
-                                           !kCorr && !kKeepR;
+inline constexpr bool kUsesSingleNoTable = TVX_VARIANT_ID == 5 && sizeof(T) == 4 && !kCorr &&
+                                           !kKeepR;
 
 // The core for a type and level on this variant. Lanes of `skip` are bad lanes whose argument
 // the core may ignore; only variant 5 uses that (the others are given harmless stand-ins).
@@ -696,10 +696,11 @@ struct LogKernel {
     }
   }
 
-  // The single LA and EP cores of variants 0 to 3 finish Ln and Log1p themselves, and so does
-  // the double divide core Ln.
-  static constexpr bool kFolded = (sizeof(T) == 4 && L != Lv::kHA && TVX_VARIANT_ID != 5) ||
-                                  (kUsesDiv<T, L, false, false> && F == Fn::kLn);
+  // The single LA and EP cores without a table finish Ln and Log1p themselves (on variant 5
+  // only Ln takes them), and so does the double divide core Ln.
+  static constexpr bool kFolded =
+      (sizeof(T) == 4 && L != Lv::kHA && (TVX_VARIANT_ID != 5 || F == Fn::kLn)) ||
+      (kUsesDiv<T, L, false, false> && F == Fn::kLn);
 
   static V finish(const Parts<T>& d) {
     if constexpr (F != Fn::kLog10 && kFolded) {
