@@ -304,59 +304,50 @@ TEST_F(Detection, ImpossibleBranchWarnsAndClassifies) {
 // ---- The reproducibility word ---------------------------------------------------------------
 
 TEST_F(Cbwr, ParsedWords) {
-  const FakeCpu avx2 = FakeCpu().avx2(), avx512 = FakeCpu().avx512(), full = FakeCpu().full();
-  const FakeCpu sse42 = FakeCpu().sse42(), sse3 = FakeCpu().sse3();
-  const FakeCpu other = FakeCpu("OtherVendor!").full();
-  const std::string too_long(128, 'A');
-  const struct {
-    const FakeCpu& cpu;
-    const char* value;
-    const char* word;
-  } cases[] = {
-      {avx2, nullptr, "0x1"},
-      {avx2, "", "0x1"},
-      {avx2, too_long.c_str(), "0x1"},
-      {avx2, "AUTO", "0x2"},
-      {avx2, "AUTO,STRICT", "0x10002"},
-      {avx2, "BRANCH=AVX2,STRICT", "0x1000a"},
-      {avx2, "AVX2, STRICT", "0x1000a"},
-      {avx2, "AVX2,,STRICT", "0x1000a"},
-      {avx2, "AVX2 ,STRICT", "0x2"},  // the space before the comma stays in the word
-      {avx2, "AVX2STRICT", "0x2"},
-      {avx2, "STRICT", "0x2"},  // not longer than the suffix: an unknown word
-      {avx2, ",STRICT", "0x2"},
-      {avx2, "AVX512", "0x2"},
-      {avx2, "AVX512,STRICT", "0x10002"},  // the fallback keeps the strict bit
-      {avx2, "avx2", "0x2"},
-      {avx2, "BRANCH=", "0x2"},
-      {avx2, "COMPATIBLE", "0x3"},
-      {avx2, "SSE2", "0x4"},
-      {avx2, "SSE3", "0x4"},
-      {avx2, "SSSE3", "0x4"},
-      {avx2, "SSE4_1", "0x7"},
-      {avx2, "AVX", "0x8"},
-      {avx2, "AVX512_PLT", "0xa"},
-      {avx2, "AVX512_PLT_E1", "0xa"},
-      {avx512, "AVX512", "0xc"},
-      {avx512, "AVX512_E1", "0x2"},
-      {full, "AVX512_E1", "0xe"},
-      {sse42, "SSE4_2", "0x8"},
-      {sse42, "AVX2", "0x2"},
-      {sse3, "SSE4_1", "0x2"},
-      {sse3, "SSE2,STRICT", "0x10004"},
-      // Another vendor keeps only AUTO and COMPATIBLE.
-      {other, "AUTO", "0x2"},
-      {other, "COMPATIBLE,STRICT", "0x10003"},
-      {other, "SSE2", "0x2"},
-      {other, "AVX2", "0x2"},
-      {other, "AVX512_E1", "0x2"},
+  using Words = std::vector<std::pair<const char*, const char*>>;  // value (null: unset), word
+  auto expect_words = [](const FakeCpu& cpu, const Words& words) {
+    for (const auto& [value, word] : words) {
+      const auto r = on_cpu(cpu, {{kCbwr, value}}, [] {
+        return std::printf("0x%x\n", static_cast<unsigned>(tvx_cbwr_get(-1))) < 0;
+      });
+      EXPECT_EQ(r.out, std::string(word) + "\n") << (value ? value : "(unset)");
+    }
   };
-  for (const auto& c : cases) {
-    const auto r = on_cpu(c.cpu, {{kCbwr, c.value}}, [] {
-      return std::printf("0x%x\n", static_cast<unsigned>(tvx_cbwr_get(-1))) < 0;
-    });
-    EXPECT_EQ(r.out, std::string(c.word) + "\n") << (c.value ? c.value : "(unset)");
-  }
+  // A space before the comma stays in the word; "STRICT" alone is not longer than the suffix and
+  // so an unknown word; a branch the processor lacks falls back to AUTO, keeping the strict bit.
+  const std::string too_long(128, 'A');
+  const Words avx2 = {{nullptr, "0x1"},
+                      {"", "0x1"},
+                      {"AUTO", "0x2"},
+                      {"AUTO,STRICT", "0x10002"},
+                      {"BRANCH=AVX2,STRICT", "0x1000a"},
+                      {"AVX2, STRICT", "0x1000a"},
+                      {"AVX2,,STRICT", "0x1000a"},
+                      {"AVX2 ,STRICT", "0x2"},
+                      {"AVX2STRICT", "0x2"},
+                      {"STRICT", "0x2"},
+                      {",STRICT", "0x2"},
+                      {"AVX512", "0x2"},
+                      {"AVX512,STRICT", "0x10002"},
+                      {"avx2", "0x2"},
+                      {"BRANCH=", "0x2"},
+                      {"COMPATIBLE", "0x3"},
+                      {"SSE2", "0x4"},
+                      {"SSE3", "0x4"},
+                      {"SSSE3", "0x4"},
+                      {"SSE4_1", "0x7"},
+                      {"AVX", "0x8"},
+                      {"AVX512_PLT", "0xa"},
+                      {"AVX512_PLT_E1", "0xa"}};
+  expect_words(FakeCpu().avx2(), avx2);
+  expect_words(FakeCpu().avx2(), {{too_long.c_str(), "0x1"}});
+  expect_words(FakeCpu().avx512(), {{"AVX512", "0xc"}, {"AVX512_E1", "0x2"}});
+  expect_words(FakeCpu().sse42(), {{"SSE4_2", "0x8"}, {"AVX2", "0x2"}});
+  expect_words(FakeCpu().sse3(), {{"SSE4_1", "0x2"}, {"SSE2,STRICT", "0x10004"}});
+  // Another vendor keeps only AUTO and COMPATIBLE.
+  expect_words(
+      FakeCpu("OtherVendor!").full(),
+      {{"AUTO", "0x2"}, {"COMPATIBLE,STRICT", "0x10003"}, {"SSE2", "0x2"}, {"AVX512_E1", "0x2"}});
 }
 
 TEST_F(Cbwr, GetterArgument) {
