@@ -282,8 +282,7 @@ TEST_F(Detection, SummaryUnderTheEnvironment) {
   for (const Case& c : cases) {
     const auto r = detect_on(c.cpu, c.env);
     EXPECT_EQ(r.exit_code, 0);
-    EXPECT_EQ(r.out, std::string(c.warning) + c.summary + "\n")
-        << c.env.at(0).first << "=" << c.env.at(0).second << " " << c.env.back().second;
+    EXPECT_EQ(r.out, std::string(c.warning) + c.summary + "\n") << "row " << &c - cases;
   }
 }
 

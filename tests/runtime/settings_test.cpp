@@ -8,6 +8,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "runtime/settings.h"
@@ -70,13 +71,14 @@ std::string record(const Env& env, void (*before)() = nullptr) {
 }
 
 TEST(ParseUint, DigitsOnlyElseTheDefault) {
-  EXPECT_EQ(tvx_parse_uint("42", 2, 7), 42);
-  EXPECT_EQ(tvx_parse_uint("4x", 2, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("-4", 2, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("+4", 2, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("", 0, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("123", 2, 7), 12) << "only `length` characters count";
-  EXPECT_EQ(tvx_parse_uint("99999999999", 11, 7), 7) << "beyond 32 bits";
+  // Only `length` characters count; signs, other characters and values beyond 32 bits give the
+  // default 7.
+  const std::tuple<const char*, int, int> cases[] = {
+      {"42", 2, 42}, {"4x", 2, 7},   {"-4", 2, 7},          {"+4", 2, 7},
+      {"", 0, 7},    {"123", 2, 12}, {"99999999999", 11, 7}};
+  for (const auto& [text, length, value] : cases) {
+    EXPECT_EQ(tvx_parse_uint(text, length, 7), value) << text;
+  }
 }
 
 TEST(SettingsEnvironment, ParsedRecord) {

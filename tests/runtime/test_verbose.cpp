@@ -48,11 +48,10 @@ std::vector<std::string> printed(const Env& env, const std::function<void()>& bo
                   }).out);
 }
 
-std::string read_file(const std::string& path) {
-  std::ifstream in(path);
+std::vector<std::string> file_lines(const std::string& path) {
   std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
+  s << std::ifstream(path).rdbuf();
+  return lines_of(s.str());
 }
 
 TEST(Verbose, LevelParsing) {
@@ -147,7 +146,7 @@ TEST(Verbose, OutputFile) {
     tvx_verbose_print(1, "two", 1.0);
   });
   EXPECT_TRUE(out.empty()) << "nothing on standard output";
-  const auto lines = lines_of(read_file(path));
+  const auto lines = file_lines(path);
   ASSERT_EQ(lines.size(), 4u);
   EXPECT_EQ(lines[0], "kept") << "lines are appended";
   EXPECT_EQ(lines[1].rfind("TVX_VERBOSE Tarvex 2025", 0), 0u);
@@ -195,7 +194,7 @@ TEST(Verbose, BadOutputFileNames) {
   const auto out =
       printed({{"TVX_VERBOSE", "1"}, {"TVX_VERBOSE_OUTPUT_FILE", longest.c_str()}}, two_calls);
   EXPECT_TRUE(out.empty()) << "the longest name that fits is taken";
-  EXPECT_EQ(lines_of(read_file(longest)).size(), 3u);
+  EXPECT_EQ(file_lines(longest).size(), 3u);
   std::remove(longest.c_str());
 }
 
