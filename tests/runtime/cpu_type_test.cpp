@@ -218,7 +218,7 @@ TEST_F(Detection, SummaryUnderTheEnvironment) {
   const FakeCpu full = FakeCpu().full(), avx2 = FakeCpu().avx2(),
                 other = FakeCpu("OtherVendor!").full();
   struct Case {
-    const FakeCpu& cpu;
+    FakeCpu cpu;
     Env env;
     const char* summary;
     const char* warning = "";
