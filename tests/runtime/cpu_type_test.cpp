@@ -79,20 +79,16 @@ TEST_F(Detection, FeatureTableNamesAndBits) {
     EXPECT_STREQ(tvx_cpu_feature_name(row->bit), row->name);
   }
   // Rows whose bit does not follow the row before, and the two ends.
-  const std::pair<const char*, int> fixed[] = {
-      {"avx", 16},
-      {"f16c", 15},
-      {"avx512f", 27},
-      {"avx512dq", 24},
-      {"ptwrite", 25},
-      {"avx512er", 32},
-      {"avx512_vp2intersect", 56},
-      {"avx512_fp16", 60},
-      {"cldemote", 64},
-      {"amx-tile", 71},
-      {"pbndkb", 96},
-  };
-  for (const auto& [name, bit] : fixed) EXPECT_EQ(tvx_cpu_feature_bit(name), bit) << name;
+  std::istringstream fixed(
+      "avx 16 f16c 15 avx512f 27 avx512dq 24 ptwrite 25 avx512er 32 avx512_vp2intersect 56 "
+      "avx512_fp16 60 cldemote 64 amx-tile 71 pbndkb 96");
+  int rows = 0;
+  for (std::string name; fixed >> name; ++rows) {
+    int bit = -2;
+    fixed >> bit;
+    EXPECT_EQ(tvx_cpu_feature_bit(name.c_str()), bit) << name;
+  }
+  EXPECT_EQ(rows, 11);
   EXPECT_EQ(tvx_cpu_feature_bit("AVX2"), -1);
   EXPECT_EQ(tvx_cpu_feature_at(tvx_cpu_feature_count()), nullptr);
 }
