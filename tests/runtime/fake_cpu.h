@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "runtime/cpu_probe.h"
 #include "runtime/cpu_type.h"
@@ -21,22 +21,21 @@ enum class R { eax, ebx, ecx, edx };
 class FakeCpu {
  public:
   explicit FakeCpu(const char* vendor = "TarvexTestCo") {
-    tvx_cpuid_regs& l0 = at(0, 0);
+    tvx_cpuid_regs& l0 = leaves_[{0, 0}];
     l0.eax = 0x24;
     std::memcpy(&l0.ebx, vendor, 4);
     std::memcpy(&l0.edx, vendor + 4, 4);
     std::memcpy(&l0.ecx, vendor + 8, 4);
-    at(7, 0).eax = 1;
-    at(0x80000000u, 0).eax = 0x80000008u;
-    // x87, CMOV, MMX, FXSR, SSE, SSE2
-    for (int b : {0, 15, 23, 24, 25, 26}) set(1, 0, R::edx, b);
+    leaves_[{7, 0}].eax = 1;
+    leaves_[{0x80000000u, 0}].eax = 0x80000008u;
+    set(1, 0, R::edx, {0, 15, 23, 24, 25, 26});  // x87, CMOV, MMX, FXSR, SSE, SSE2
   }
-  FakeCpu& set(std::uint32_t leaf, std::uint32_t sub, R r, int b) {
-    reg(at(leaf, sub), r) |= 1u << b;
+  FakeCpu& set(std::uint32_t leaf, std::uint32_t sub, R r, std::initializer_list<int> bits) {
+    for (int b : bits) reg(leaf, sub, r) |= 1u << b;
     return *this;
   }
   FakeCpu& clear(std::uint32_t leaf, std::uint32_t sub, R r, int b) {
-    reg(at(leaf, sub), r) &= ~(1u << b);
+    reg(leaf, sub, r) &= ~(1u << b);
     return *this;
   }
   FakeCpu& xcr0(std::uint64_t v) {
@@ -45,34 +44,23 @@ class FakeCpu {
   }
 
   // Profiles, each adding to the one before.
-  FakeCpu& sse3() { return set(1, 0, R::ecx, 0); }
-  FakeCpu& sse42() {
-    return sse3().set(1, 0, R::ecx, 9).set(1, 0, R::ecx, 19).set(1, 0, R::ecx, 20);
-  }
-  FakeCpu& avx() { return sse42().set(1, 0, R::ecx, 27).set(1, 0, R::ecx, 28).xcr0(0x7); }
-  FakeCpu& avx2() {  // PCLMULQDQ, FMA, BMI1, BMI2, AVX2, LZCNT
+  FakeCpu& sse3() { return set(1, 0, R::ecx, {0}); }
+  FakeCpu& sse42() { return sse3().set(1, 0, R::ecx, {9, 19, 20}); }
+  FakeCpu& avx() { return sse42().set(1, 0, R::ecx, {27, 28}).xcr0(0x7); }
+  FakeCpu& avx2() {  // PCLMULQDQ, FMA; BMI1, AVX2, BMI2; LZCNT
     return avx()
-        .set(1, 0, R::ecx, 1)
-        .set(1, 0, R::ecx, 12)
-        .set(7, 0, R::ebx, 3)
-        .set(7, 0, R::ebx, 8)
-        .set(7, 0, R::ebx, 5)
-        .set(0x80000001u, 0, R::ecx, 5);
+        .set(1, 0, R::ecx, {1, 12})
+        .set(7, 0, R::ebx, {3, 5, 8})
+        .set(0x80000001u, 0, R::ecx, {5});
   }
-  FakeCpu& avx512() {  // F, DQ, BW, VL with the opmask and ZMM state enabled
-    return avx2()
-        .set(7, 0, R::ebx, 16)
-        .set(7, 0, R::ebx, 17)
-        .set(7, 0, R::ebx, 30)
-        .set(7, 0, R::ebx, 31)
-        .xcr0(0xE7);
-  }
-  FakeCpu& vnni() { return set(7, 0, R::ecx, 11); }
-  FakeCpu& vaes() { return set(7, 0, R::ecx, 9).set(7, 0, R::ecx, 10); }
-  FakeCpu& bf16() { return set(7, 1, R::eax, 5); }
-  FakeCpu& fp16() { return set(7, 0, R::edx, 23); }
-  FakeCpu& amx_fp16() { return set(7, 1, R::eax, 21); }
-  FakeCpu& avx_vnni() { return set(7, 1, R::eax, 4); }
+  // F, DQ, BW, VL with the opmask and ZMM state enabled
+  FakeCpu& avx512() { return avx2().set(7, 0, R::ebx, {16, 17, 30, 31}).xcr0(0xE7); }
+  FakeCpu& vnni() { return set(7, 0, R::ecx, {11}); }
+  FakeCpu& vaes() { return set(7, 0, R::ecx, {9, 10}); }
+  FakeCpu& bf16() { return set(7, 1, R::eax, {5}); }
+  FakeCpu& fp16() { return set(7, 0, R::edx, {23}); }
+  FakeCpu& amx_fp16() { return set(7, 1, R::eax, {21}); }
+  FakeCpu& avx_vnni() { return set(7, 1, R::eax, {4}); }
   // Everything classification can use.
   FakeCpu& full() { return avx512().vnni().vaes().bf16().fp16().amx_fp16().avx_vnni(); }
 
@@ -89,18 +77,10 @@ class FakeCpu {
   static int xgetbv_calls() { return xgetbv_calls_; }
 
  private:
-  tvx_cpuid_regs& at(std::uint32_t leaf, std::uint32_t sub) { return leaves_[{leaf, sub}]; }
-  static std::uint32_t& reg(tvx_cpuid_regs& regs, R r) {
-    switch (r) {
-      case R::eax:
-        return regs.eax;
-      case R::ebx:
-        return regs.ebx;
-      case R::ecx:
-        return regs.ecx;
-      default:
-        return regs.edx;
-    }
+  std::uint32_t& reg(std::uint32_t leaf, std::uint32_t sub, R r) {
+    tvx_cpuid_regs& x = leaves_[{leaf, sub}];
+    std::uint32_t* regs[] = {&x.eax, &x.ebx, &x.ecx, &x.edx};
+    return *regs[static_cast<int>(r)];
   }
   static const FakeCpu*& current() {
     static const FakeCpu* cpu = nullptr;
@@ -121,20 +101,19 @@ class FakeCpu {
   static inline int xgetbv_calls_ = 0;
 };
 
-// What detection decided, as one line.
+// What detection decided, as one line: raw class, base type, CPU type, vector variant, random CPU
+// type, reproducibility word and instruction limit.
 inline std::string detection_summary() {
   int fatal = 0;
   const int raw = tvx_serv_cpu_classify(&fatal);
   int limit = -1;
   tvx_serv_enable_instructions(&limit);
   char line[160];
-  std::snprintf(line, sizeof line, "raw=%d base=%d type=%d variant=%d rud=%d cbwr=0x%x limit=%d",
-                raw, tvx_serv_get_cpu_type(), tvx_serv_get_kaz_cpu_type(), tvx_kaz_variant_index(),
-                tvx_rud_cpu_type(), static_cast<unsigned>(tvx_cbwr_get(-1)), limit);
+  std::snprintf(line, sizeof line, "%d %d %d %d %d 0x%x %d", raw, tvx_serv_get_cpu_type(),
+                tvx_serv_get_kaz_cpu_type(), tvx_kaz_variant_index(), tvx_rud_cpu_type(),
+                static_cast<unsigned>(tvx_cbwr_get(-1)), limit);
   return line;
 }
-
-using Env = std::vector<std::pair<std::string, const char*>>;
 
 // The variables detection reads, all unset, followed by `extra`.
 inline Env clean_env(const Env& extra = {}) {
@@ -157,15 +136,8 @@ ChildResult on_cpu(const FakeCpu& cpu, const Env& extra, Body body,
 }
 
 // The detection summary of `cpu` under environment `extra`, printed last by the child.
-inline ChildResult detect_on(const FakeCpu& cpu, const Env& extra,
-                             const char* home = "TarvexTestCo") {
-  return on_cpu(
-      cpu, extra,
-      [] {
-        std::printf("%s\n", detection_summary().c_str());
-        return 0;
-      },
-      home);
+inline ChildResult detect_on(const FakeCpu& cpu, const Env& extra) {
+  return on_cpu(cpu, extra, [] { return std::printf("%s\n", detection_summary().c_str()) < 0; });
 }
 
 }  // namespace tvx::test

@@ -1,8 +1,11 @@
-// Helpers shared by the allocator tests: a view of the 24-byte block header.
+// Helpers shared by the allocator tests: a view of the 24-byte block header, and what the
+// allocator holds.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+
+#include "runtime/memory.h"
 
 namespace tvx::test {
 
@@ -27,6 +30,17 @@ inline bool is_cached(const void* p) {
 
 inline bool aligned_to(const void* p, std::uint64_t a) {
   return (reinterpret_cast<std::uintptr_t>(p) & (a - 1)) == 0;
+}
+
+// Bytes and blocks the allocator holds, as tvx_mem_stat counts them.
+struct Held {
+  std::int64_t bytes;
+  int blocks;
+};
+inline Held held() {
+  int n = 0;
+  const std::int64_t bytes = tvx_mem_stat(&n);
+  return {bytes, n};
 }
 
 }  // namespace tvx::test

@@ -1,14 +1,14 @@
 // Thread and domain settings. The environment is read once per process, so every case that
-// depends on it runs in a fresh child with its own variables; the child reports through its
-// exit code (0 good) and prints what it saw on failure.
+// depends on it runs in a fresh child with its own variables.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <sstream>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "runtime/settings.h"
@@ -16,12 +16,13 @@
 
 namespace {
 
+using tvx::test::child_ok;
+using tvx::test::Env;
 using tvx::test::run_in_child;
 
-using Env = std::vector<std::pair<std::string, const char*>>;
-
-// Every variable the parser reads, unset, so that the machine's own environment cannot leak in.
-Env clean(Env extra) {
+// Every variable the parser reads, unset, so that the machine's own environment cannot leak in,
+// then `extra`.
+Env clean(const Env& extra) {
   Env e = {{"TVX_NUM_THREADS", nullptr},
            {"TVX_NUM_STRIPES", nullptr},
            {"TVX_DOMAIN_NUM_THREADS", nullptr},
@@ -33,205 +34,172 @@ Env clean(Env extra) {
            {"OMPI_COMM_WORLD_LOCAL_SIZE", nullptr},
            {"MPI_LOCALNRANKS", nullptr},
            {"ORV_MPI_THREAD_LEVEL", nullptr}};
-  for (auto& [name, value] : extra) {
-    bool found = false;
-    for (auto& entry : e)
-      if (entry.first == name) {
-        entry.second = value;
-        found = true;
-      }
-    if (!found) e.emplace_back(name, value);
-  }
+  e.insert(e.end(), extra.begin(), extra.end());
   return e;
 }
 
-// Runs `check` on the parsed record in a child; `check` returns an empty string when all holds.
-template <class F>
-void expect_child(const Env& env, F check) {
-  const auto r = run_in_child(clean(env), [&]() {
-    const std::string err = check(*tvx_settings_record());
-    if (!err.empty()) std::printf("%s\n", err.c_str());
-    return err.empty() ? 0 : 1;
-  });
-  EXPECT_EQ(r.exit_code, 0) << r.out;
+// Every "name value" pair of `expected` is among the pairs the child printed.
+::testing::AssertionResult has_pairs(const std::string& printed, const char* expected) {
+  std::string line = " " + printed + " ";
+  for (char& c : line) c = c == '\n' ? ' ' : c;
+  std::istringstream in(expected);
+  for (std::string name, value; in >> name >> value;) {
+    if (line.find(" " + name + " " + value + " ") == std::string::npos) {
+      return ::testing::AssertionFailure() << "no \"" << name << " " << value << "\" in" << line;
+    }
+  }
+  return ::testing::AssertionSuccess();
 }
 
-std::string fields(const tvx_thread_settings& s) {
-  char b[256];
-  std::snprintf(b, sizeof b,
-                "all %d blas %d fft %d kaz %d quartz %d stripes %d dyn %d omp %d ppn %d lvl %d",
-                s.threads_all, s.threads_blas, s.threads_fft, s.threads_kaz, s.threads_quartz,
-                s.num_stripes, s.dynamic, s.omp_threads, s.ranks_per_node, s.mpi_thread_level);
-  return b;
+using Case = std::pair<Env, const char*>;
+
+void print_record() {
+  const tvx_thread_settings& s = *tvx_settings_record();
+  std::printf("all %d blas %d fft %d kaz %d quartz %d stripes %d dyn %d omp %d ppn %d lvl %d",
+              s.threads_all, s.threads_blas, s.threads_fft, s.threads_kaz, s.threads_quartz,
+              s.num_stripes, s.dynamic, s.omp_threads, s.ranks_per_node, s.mpi_thread_level);
+}
+
+// The parsed record as "name value" pairs, printed by a child after `before`.
+std::string record(const Env& env, void (*before)() = nullptr) {
+  const auto r = run_in_child(clean(env), [&] {
+    if (before != nullptr) before();
+    print_record();
+    return 0;
+  });
+  return r.out;
 }
 
 TEST(ParseUint, DigitsOnlyElseTheDefault) {
-  EXPECT_EQ(tvx_parse_uint("42", 2, 7), 42);
-  EXPECT_EQ(tvx_parse_uint("4x", 2, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("-4", 2, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("+4", 2, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("", 0, 7), 7);
-  EXPECT_EQ(tvx_parse_uint("123", 2, 7), 12) << "only `length` characters count";
-  EXPECT_EQ(tvx_parse_uint("99999999999", 11, 7), 7) << "beyond 32 bits";
-}
-
-TEST(SettingsEnvironment, DomainListsAndTheFirstWriteWins) {
-  expect_child(
-      {{"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_ALL=2, TVX_DOMAIN_KAZ=6"}},
-      [](const tvx_thread_settings& s) {
-        return s.threads_all == 2 && s.threads_kaz == 6 && s.threads_blas == -1 ? "" : fields(s);
-      });
-  // A space ends the name and the value follows; unknown names are skipped; quotes separate.
-  expect_child(
-      {{"TVX_DOMAIN_NUM_THREADS", "\"TVX_DOMAIN_FFT 3;TVX_DOMAIN_NONE=9:TVX_DOMAIN_QUARTZ=5'"}},
-      [](const tvx_thread_settings& s) {
-        return s.threads_fft == 3 && s.threads_quartz == 5 && s.threads_all == -1 ? "" : fields(s);
-      });
-  expect_child({{"TVX_NUM_THREADS", "8"}, {"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_ALL=2"}},
-               [](const tvx_thread_settings& s) { return s.threads_all == 8 ? "" : fields(s); });
-  // "4x" is not a number: the parser's default 1 stands in for it, never 4.
-  expect_child({{"TVX_NUM_THREADS", "4x"}, {"TVX_NUM_STRIPES", "0"}},
-               [](const tvx_thread_settings& s) {
-                 return s.threads_all == 1 && s.num_stripes == 0 ? "" : fields(s);
-               });
-  // A value zero does not count as a team size.
-  expect_child({{"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_KAZ=0"}},
-               [](const tvx_thread_settings& s) { return s.threads_kaz == -1 ? "" : fields(s); });
-}
-
-TEST(SettingsEnvironment, DynamicFlagWords) {
-  const std::pair<const char*, int> cases[] = {{nullptr, 1}, {"", 1},          {"FALSE", 0},
-                                               {"false", 0}, {" 'false' ", 0}, {"no", 1},
-                                               {"False", 1}, {"0", 1}};
-  for (const auto& [text, want] : cases) {
-    expect_child({{"TVX_DYNAMIC", text}}, [want = want, text = text](const tvx_thread_settings& s) {
-      return s.dynamic == want
-                 ? ""
-                 : std::string("TVX_DYNAMIC=") + (text ? text : "(unset)") + " " + fields(s);
-    });
+  // Only `length` characters count; signs, other characters and values beyond 32 bits give the
+  // default 7.
+  const std::tuple<const char*, int, int> cases[] = {
+      {"42", 2, 42}, {"4x", 2, 7},   {"-4", 2, 7},          {"+4", 2, 7},
+      {"", 0, 7},    {"123", 2, 12}, {"99999999999", 11, 7}};
+  for (const auto& [text, length, value] : cases) {
+    EXPECT_EQ(tvx_parse_uint(text, length, 7), value) << text;
   }
 }
 
-TEST(SettingsEnvironment, OmpThreadsRanksPerNodeAndThreadLevel) {
-  expect_child({{"OMP_NUM_THREADS", "4,2"}, {"ORV_MPI_THREAD_LEVEL", "7"}},
-               [](const tvx_thread_settings& s) {
-                 return s.omp_threads == 1 && s.mpi_thread_level == 0 && s.ranks_per_node == -1
-                            ? ""
-                            : fields(s);
-               });
-  expect_child(
-      {{"TVX_MPI_PPN", "3x"}, {"ORV_MPI_PIN_MAPPING", "4:0 1 2 3"}, {"MPI_LOCALNRANKS", "9"}},
-      [](const tvx_thread_settings& s) { return s.ranks_per_node == 4 ? "" : fields(s); });
-  expect_child(
-      {{"ORV_MPI_PIN_MAPPING", "4"}, {"OMPI_COMM_WORLD_LOCAL_SIZE", "0"}, {"MPI_LOCALNRANKS", "9"}},
-      [](const tvx_thread_settings& s) { return s.ranks_per_node == 9 ? "" : fields(s); });
-  expect_child({{"TVX_MPI_PPN", "2"}, {"ORV_MPI_THREAD_LEVEL", "2"}},
-               [](const tvx_thread_settings& s) {
-                 return s.ranks_per_node == 2 && s.mpi_thread_level == 2 ? "" : fields(s);
-               });
-}
-
-TEST(SettingsEnvironment, SetterBeforeTheFirstReadStands) {
-  const auto r = run_in_child(clean({{"TVX_NUM_THREADS", "8"}, {"TVX_DYNAMIC", "false"}}), [] {
-    tvx_set_num_threads(3);
-    tvx_set_dynamic(1);
-    const auto& s = *tvx_settings_record();
-    return s.threads_all == 3 && s.dynamic == 1 ? 0 : 1;
-  });
-  EXPECT_EQ(r.exit_code, 0);
+TEST(SettingsEnvironment, ParsedRecord) {
+  const Case cases[] = {
+      {{{"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_ALL=2, TVX_DOMAIN_KAZ=6"}}, "all 2 kaz 6 blas -1"},
+      // A space ends the name and the value follows; unknown names are skipped; quotes separate.
+      {{{"TVX_DOMAIN_NUM_THREADS", "\"TVX_DOMAIN_FFT 3;TVX_DOMAIN_NONE=9:TVX_DOMAIN_QUARTZ=5'"}},
+       "fft 3 quartz 5 all -1"},
+      // The first write wins.
+      {{{"TVX_NUM_THREADS", "8"}, {"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_ALL=2"}}, "all 8"},
+      // "4x" is not a number: the parser's default 1 stands in for it, never 4.
+      {{{"TVX_NUM_THREADS", "4x"}, {"TVX_NUM_STRIPES", "0"}}, "all 1 stripes 0"},
+      // A value zero does not count as a team size.
+      {{{"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_KAZ=0"}}, "kaz -1"},
+      // OpenMP threads, ranks per node and the MPI thread level.
+      {{{"OMP_NUM_THREADS", "4,2"}, {"ORV_MPI_THREAD_LEVEL", "7"}}, "omp 1 lvl 0 ppn -1"},
+      {{{"TVX_MPI_PPN", "3x"}, {"ORV_MPI_PIN_MAPPING", "4:0 1 2 3"}, {"MPI_LOCALNRANKS", "9"}},
+       "ppn 4"},
+      {{{"ORV_MPI_PIN_MAPPING", "4"},
+        {"OMPI_COMM_WORLD_LOCAL_SIZE", "0"},
+        {"MPI_LOCALNRANKS", "9"}},
+       "ppn 9"},
+      {{{"TVX_MPI_PPN", "2"}, {"ORV_MPI_THREAD_LEVEL", "2"}}, "ppn 2 lvl 2"},
+  };
+  for (const auto& [env, expected] : cases) {
+    EXPECT_TRUE(has_pairs(record(env), expected)) << env[0].first << "=" << env[0].second;
+  }
+  // Only the words FALSE and false, quoted or padded, turn the dynamic flag off.
+  const std::pair<const char*, const char*> dynamic[] = {
+      {nullptr, "dyn 1"},     {"", "dyn 1"},   {"FALSE", "dyn 0"}, {"false", "dyn 0"},
+      {" 'false' ", "dyn 0"}, {"no", "dyn 1"}, {"False", "dyn 1"}, {"0", "dyn 1"}};
+  for (const auto& [text, expected] : dynamic) {
+    EXPECT_TRUE(has_pairs(record({{"TVX_DYNAMIC", text}}), expected)) << (text ? text : "(unset)");
+  }
+  // A setter called before the first read stands.
+  EXPECT_TRUE(has_pairs(record({{"TVX_NUM_THREADS", "8"}, {"TVX_DYNAMIC", "false"}},
+                               [] {
+                                 tvx_set_num_threads(3);
+                                 tvx_set_dynamic(1);
+                               }),
+                        "all 3 dyn 1"));
 }
 
 // ---- team size ----------------------------------------------------------------------------------
-// The child runs `body`, which returns 0 when all holds, on a machine of 4 cores, 8 logical.
-template <class F>
-void on_four_cores(const Env& env, F body) {
-  const auto r = run_in_child(clean(env), [&] {
-    tvx_topology_set_for_testing(8, 4, 1);
-    return body();
-  });
-  EXPECT_EQ(r.exit_code, 0) << r.out;
+// Every child here runs on a machine of 4 cores, 8 logical.
+
+TEST(DomainMaxThreads, TeamSizes) {
+  const Case cases[] = {
+      // Dynamic teams stop at the cores and make nested calls sequential.
+      {{{"TVX_NUM_THREADS", "8"}}, "kaz 4 inside 1"},
+      {{{"TVX_NUM_THREADS", "8"}, {"TVX_DYNAMIC", "false"}}, "kaz 8 inside 8"},
+      // The domain's field, then the field for all; a domain that does not exist answers the
+      // overall maximum.
+      {{{"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_KAZ=3 TVX_DOMAIN_ALL=2"}},
+       "kaz 3 blas 2 all 2 bad 2"},
+      // An MPI job with no thread level and nothing explicit runs one thread per process; with a
+      // thread level, the node's cores are shared among its ranks.
+      {{{"TVX_MPI_PPN", "2"}, {"OMP_NUM_THREADS", nullptr}}, "kaz 1"},
+      {{{"TVX_MPI_PPN", "2"}, {"ORV_MPI_THREAD_LEVEL", "1"}}, "kaz 2"},
+      {{{"TVX_MPI_PPN", "8"}, {"ORV_MPI_THREAD_LEVEL", "3"}}, "kaz 1"},
+  };
+  for (const auto& [env, expected] : cases) {
+    const auto r = run_in_child(clean(env), [&] {
+      tvx_topology_set_for_testing(8, 4, 1);
+      std::atomic<int> inside{-1};
+#pragma omp parallel num_threads(2)
+      {
+#pragma omp single
+        inside = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
+      }
+      std::printf("kaz %d blas %d all %d bad %d inside %d", tvx_domain_max_threads(TVX_DOMAIN_KAZ),
+                  tvx_domain_max_threads(TVX_DOMAIN_BLAS), tvx_get_max_threads(),
+                  tvx_domain_max_threads(7), inside.load());
+      return 0;
+    });
+    EXPECT_TRUE(has_pairs(r.out, expected)) << env[0].first << "=" << env[0].second;
+  }
 }
 
-TEST(DomainMaxThreads, DynamicCapsAtTheCoresAndMakesNestedCallsSequential) {
-  on_four_cores({{"TVX_NUM_THREADS", "8"}}, [] {
-    std::atomic<int> inside{-1};
-#pragma omp parallel num_threads(2)
-    {
-#pragma omp single
-      inside = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
-    }
-    std::printf("dynamic: %d inside %d\n", tvx_domain_max_threads(TVX_DOMAIN_KAZ), inside.load());
-    return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 4 && inside == 1 ? 0 : 1;
-  });
-  on_four_cores({{"TVX_NUM_THREADS", "8"}, {"TVX_DYNAMIC", "false"}}, [] {
-    std::atomic<int> inside{-1};
-#pragma omp parallel num_threads(2)
-    {
-#pragma omp single
-      inside = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
-    }
-    std::printf("static: %d inside %d\n", tvx_domain_max_threads(TVX_DOMAIN_KAZ), inside.load());
-    return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 8 && inside == 8 ? 0 : 1;
-  });
-}
-
-TEST(DomainMaxThreads, DomainFieldThenAllThenOpenMp) {
-  on_four_cores({{"TVX_DOMAIN_NUM_THREADS", "TVX_DOMAIN_KAZ=3 TVX_DOMAIN_ALL=2"}}, [] {
-    const int kaz = tvx_domain_max_threads(TVX_DOMAIN_KAZ);
-    const int blas = tvx_domain_max_threads(TVX_DOMAIN_BLAS);
-    const int overall = tvx_get_max_threads();
-    const int bad = tvx_domain_max_threads(7);
-    std::printf("%d %d %d %d\n", kaz, blas, overall, bad);
-    return kaz == 3 && blas == 2 && overall == 2 && bad == 2 ? 0 : 1;
-  });
+TEST(DomainMaxThreads, SettersAndTheThreadLocalOverride) {
   // Nothing explicit: the OpenMP maximum (the runtime read its variable before the fork, so the
   // child sets it by call), capped by the cores.
-  on_four_cores({}, [] {
+  EXPECT_TRUE(child_ok(clean({}), [] {
+    tvx_topology_set_for_testing(8, 4, 1);
     omp_set_num_threads(3);
-    if (tvx_domain_max_threads(TVX_DOMAIN_KAZ) != 3) return 1;
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 3);
     omp_set_num_threads(16);
-    return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 4 ? 0 : 2;
-  });
-  on_four_cores({}, [] {
-    return tvx_domain_set_num_threads(2, 3) == 1 && tvx_domain_set_num_threads(2, 5) == 0 &&
-                   tvx_domain_set_num_threads(-1, 3) == 0 && tvx_domain_max_threads(3) == 2
-               ? 0
-               : 1;
-  });
-}
-
-TEST(DomainMaxThreads, PinnedAndMpiRules) {
-  // An MPI job with no thread level and nothing explicit runs one thread per process.
-  on_four_cores({{"TVX_MPI_PPN", "2"}, {"OMP_NUM_THREADS", nullptr}},
-                [] { return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 1 ? 0 : 1; });
-  // With a thread level, the node's cores are shared among its ranks.
-  on_four_cores({{"TVX_MPI_PPN", "2"}, {"ORV_MPI_THREAD_LEVEL", "1"}},
-                [] { return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 2 ? 0 : 1; });
-  on_four_cores({{"TVX_MPI_PPN", "8"}, {"ORV_MPI_THREAD_LEVEL", "3"}},
-                [] { return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 1 ? 0 : 1; });
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 4);
+    TVX_CHILD_CHECK(tvx_domain_set_num_threads(2, 3) == 1);
+    TVX_CHILD_CHECK(tvx_domain_set_num_threads(2, 5) == 0);
+    TVX_CHILD_CHECK(tvx_domain_set_num_threads(-1, 3) == 0);
+    TVX_CHILD_CHECK(tvx_domain_max_threads(3) == 2);
+    return 0;
+  }));
   // An explicit count escapes the MPI rule; a pinned setting overrides both ways.
-  on_four_cores({{"TVX_MPI_PPN", "2"}, {"TVX_NUM_THREADS", "3"}}, [] {
-    if (tvx_domain_max_threads(TVX_DOMAIN_KAZ) != 3) return 1;
+  EXPECT_TRUE(child_ok(clean({{"TVX_MPI_PPN", "2"}, {"TVX_NUM_THREADS", "3"}}), [] {
+    tvx_topology_set_for_testing(8, 4, 1);
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 3);
     tvx_set_pinned_parallel(0);
-    if (tvx_domain_max_threads(TVX_DOMAIN_KAZ) != 1) return 2;
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 1);
     tvx_set_pinned_parallel(1);
-    return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 3 ? 0 : 3;
-  });
-}
-
-TEST(DomainMaxThreads, ThreadLocalOverrideComesFirstAndStaysOnItsThread) {
-  on_four_cores({{"TVX_NUM_THREADS", "2"}}, [] {
-    if (tvx_set_num_threads_local(6) != 0) return 1;
-    if (tvx_domain_max_threads(TVX_DOMAIN_KAZ) != 6) return 2;
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 3);
+    return 0;
+  }));
+  // The thread-local override comes first and stays on its thread. (A pragma cannot stand inside
+  // a macro's argument, so the body is named first.)
+  auto local = [] {
+    tvx_topology_set_for_testing(8, 4, 1);
+    TVX_CHILD_CHECK(tvx_set_num_threads_local(6) == 0);
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 6);
     std::atomic<int> other{-1};
 #pragma omp parallel num_threads(2)
     {
       if (omp_get_thread_num() == 1) other = tvx_set_num_threads_local(0);
     }
-    if (other != 0) return 3;  // a worker had no override of its own
-    if (tvx_set_num_threads_local(0) != 6) return 4;
-    return tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 2 ? 0 : 5;
-  });
+    TVX_CHILD_CHECK(other == 0);  // a worker had no override of its own
+    TVX_CHILD_CHECK(tvx_set_num_threads_local(0) == 6);
+    TVX_CHILD_CHECK(tvx_domain_max_threads(TVX_DOMAIN_KAZ) == 2);
+    return 0;
+  };
+  EXPECT_TRUE(child_ok(clean({{"TVX_NUM_THREADS", "2"}}), local));
 }
 
 TEST(Topology, TheRealMachineIsConsistent) {

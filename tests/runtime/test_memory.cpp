@@ -13,6 +13,7 @@ namespace {
 
 using tvx::test::aligned_to;
 using tvx::test::header_of;
+using tvx::test::held;
 using tvx::test::is_cached;
 using tvx::test::run_in_child;
 
@@ -112,16 +113,13 @@ TEST_F(Memory, SixthLiveBlockIsDirect) {
   }
   for (void* q : p) tvx_free(q);
   // Five small free slots: a larger request replaces the first of them in place.
-  int count_before = 0;
-  const std::int64_t bytes_before = tvx_mem_stat(&count_before);
+  const auto before = held();
   void* big = tvx_malloc(50000, 64);
   ASSERT_NE(big, nullptr);
   EXPECT_TRUE(is_cached(big));
   std::memset(big, 0xCA, 50000);
-  int count_after = 0;
-  const std::int64_t bytes_after = tvx_mem_stat(&count_after);
-  EXPECT_EQ(count_after, count_before) << "one slot replaced, none added";
-  EXPECT_EQ(bytes_after - bytes_before, (50000 + 64) - (1000 + 64));
+  EXPECT_EQ(held().blocks, before.blocks) << "one slot replaced, none added";
+  EXPECT_EQ(held().bytes - before.bytes, (50000 + 64) - (1000 + 64));
   // The four other small slots still serve their sizes.
   for (int i = 1; i < 5; ++i) {
     void* q = tvx_malloc(1000 + i, 64);
@@ -133,24 +131,19 @@ TEST_F(Memory, SixthLiveBlockIsDirect) {
 
 TEST_F(Memory, StatisticsFollowBlocks) {
   EXPECT_EQ(tvx_mem_stat(nullptr), 0);
-  int n0 = 0;
-  const std::int64_t b0 = tvx_mem_stat(&n0);
+  const auto h0 = held();
   void* d = tvx_malloc_direct(10000, 256);
-  int n1 = 0;
-  EXPECT_EQ(tvx_mem_stat(&n1) - b0, 10000 + 256 + 24);
-  EXPECT_EQ(n1 - n0, 1);
+  EXPECT_EQ(held().bytes - h0.bytes, 10000 + 256 + 24);
+  EXPECT_EQ(held().blocks - h0.blocks, 1);
   void* c = tvx_malloc(777, 64);
-  int n2 = 0;
-  EXPECT_EQ(tvx_mem_stat(&n2) - b0, 10000 + 256 + 24 + 777 + 64 + 24);
-  EXPECT_EQ(n2 - n0, 2);
+  EXPECT_EQ(held().bytes - h0.bytes, 10000 + 256 + 24 + 777 + 64 + 24);
+  EXPECT_EQ(held().blocks - h0.blocks, 2);
   tvx_free(d);
   tvx_free(c);
-  int n3 = 0;
-  EXPECT_EQ(tvx_mem_stat(&n3) - b0, 777 + 64 + 24) << "a free slot is still held";
+  EXPECT_EQ(held().bytes - h0.bytes, 777 + 64 + 24) << "a free slot is still held";
   tvx_thread_free_buffers();
-  int n4 = 0;
-  EXPECT_EQ(tvx_mem_stat(&n4), b0);
-  EXPECT_EQ(n4, n0);
+  EXPECT_EQ(held().bytes, h0.bytes);
+  EXPECT_EQ(held().blocks, h0.blocks);
 }
 
 TEST_F(Memory, PeakStatistics) {
@@ -200,16 +193,14 @@ TEST_F(Memory, ReallocGrowsDirectBlocks) {
 
   auto* w = static_cast<unsigned char*>(tvx_malloc_direct(5000, 4096));
   for (int i = 0; i < 5000; ++i) w[i] = static_cast<unsigned char>(i);
-  int n0 = 0;
-  const std::int64_t b0 = tvx_mem_stat(&n0);
+  const auto h0 = held();
   auto* w2 = static_cast<unsigned char*>(tvx_realloc(w, 1 << 21));
   ASSERT_NE(w2, nullptr);
   EXPECT_TRUE(aligned_to(w2, 4096));
   EXPECT_EQ(header_of(w2).alignment, 4096u);
   for (int i = 0; i < 5000; ++i) ASSERT_EQ(w2[i], static_cast<unsigned char>(i));
-  int n1 = 0;
-  EXPECT_EQ(tvx_mem_stat(&n1) - b0, (1 << 21) - 5000);
-  EXPECT_EQ(n1, n0);
+  EXPECT_EQ(held().bytes - h0.bytes, (1 << 21) - 5000);
+  EXPECT_EQ(held().blocks, h0.blocks);
   tvx_free(w2);
 
   // A block of the thread cache cannot be resized and stays valid.
@@ -240,16 +231,14 @@ TEST_F(Memory, ReleaseKeepsBlocksInUse) {
   std::memset(kept, 0xCA, 4000);
   tvx_free_buffers();
   // The free slot went; the one in use is still the caller's and still comes back to its slot.
-  int n = 0;
-  const std::int64_t held = tvx_mem_stat(&n);
-  EXPECT_GE(held, 4000 + 64 + 24);
+  EXPECT_GE(held().bytes, 4000 + 64 + 24);
   tvx_free(kept);
   EXPECT_EQ(tvx_malloc(4000, 64), kept);
   tvx_free(kept);
   tvx_free_buffers();
   // Everything released: the table starts over and the allocator keeps working.
-  EXPECT_EQ(tvx_mem_stat(&n), 0);
-  EXPECT_EQ(n, 0);
+  EXPECT_EQ(held().bytes, 0);
+  EXPECT_EQ(held().blocks, 0);
   void* again = tvx_malloc(4000, 64);
   ASSERT_NE(again, nullptr);
   EXPECT_TRUE(is_cached(again));

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <cstring>
 #include <deque>
 #include <mutex>
 #include <random>
+#include <semaphore>
 #include <thread>
 #include <vector>
 
@@ -17,57 +17,38 @@
 
 namespace {
 
+using tvx::test::held;
 using tvx::test::is_cached;
-
-std::int64_t held(int* count) {
-  *count = 0;
-  return tvx_mem_stat(count);
-}
 
 TEST(MemoryThreads, ForeignFreeClearsTheOwnersSlot) {
   tvx_free_buffers();
-  int n0 = 0;
-  const std::int64_t b0 = held(&n0);
-  std::mutex m;
-  std::condition_variable cv;
-  int stage = 0;
+  const auto h0 = held();
+  std::binary_semaphore allocated{0}, freed{0};
   void* block = nullptr;
   void* again = nullptr;
   std::thread owner([&] {
     block = tvx_malloc(5000, 64);
     std::memset(block, 0xCA, 5000);
-    {
-      std::unique_lock<std::mutex> lock(m);
-      stage = 1;
-      cv.notify_all();
-      cv.wait(lock, [&] { return stage == 2; });
-    }
+    allocated.release();
+    freed.acquire();
     // The block came back through the other thread: its slot serves the same request again.
     again = tvx_malloc(5000, 64);
     tvx_free(again);
   });
-  {
-    std::unique_lock<std::mutex> lock(m);
-    cv.wait(lock, [&] { return stage == 1; });
-  }
-  ASSERT_TRUE(is_cached(block));
+  allocated.acquire();
+  const bool cached = is_cached(block);
   tvx_free(block);  // this thread has no slot holding it
-  {
-    std::lock_guard<std::mutex> lock(m);
-    stage = 2;
-  }
-  cv.notify_all();
+  freed.release();
   owner.join();
+  EXPECT_TRUE(cached);
   EXPECT_EQ(again, block);
-  int n1 = 0;
-  EXPECT_EQ(held(&n1), b0) << "the owner's cache went with its thread";
-  EXPECT_EQ(n1, n0);
+  EXPECT_EQ(held().bytes, h0.bytes) << "the owner's cache went with its thread";
+  EXPECT_EQ(held().blocks, h0.blocks);
 }
 
 TEST(MemoryThreads, EndedThreadKeepsBlocksUntilFreed) {
   tvx_free_buffers();
-  int n0 = 0;
-  const std::int64_t b0 = held(&n0);
+  const auto h0 = held();
   void* kept = nullptr;
   void* direct = nullptr;
   std::thread t([&] {
@@ -77,19 +58,16 @@ TEST(MemoryThreads, EndedThreadKeepsBlocksUntilFreed) {
     tvx_free(spare);
   });
   t.join();
-  int n1 = 0;
-  EXPECT_EQ(held(&n1) - b0, (1000 + 64 + 24) + (2000 + 64 + 24))
+  EXPECT_EQ(held().bytes - h0.bytes, (1000 + 64 + 24) + (2000 + 64 + 24))
       << "the spare slot went at thread end, the block in use and the direct one did not";
-  EXPECT_EQ(n1 - n0, 2);
+  EXPECT_EQ(held().blocks - h0.blocks, 2);
   tvx_free_buffers();  // a retired cache survives a global release
-  int n2 = 0;
-  EXPECT_EQ(held(&n2) - b0, (1000 + 64 + 24) + (2000 + 64 + 24));
+  EXPECT_EQ(held().bytes - h0.bytes, (1000 + 64 + 24) + (2000 + 64 + 24));
   std::memset(kept, 0xCA, 1000);
   tvx_free(kept);
   tvx_free(direct);
-  int n3 = 0;
-  EXPECT_EQ(held(&n3), b0);
-  EXPECT_EQ(n3, n0);
+  EXPECT_EQ(held().bytes, h0.bytes);
+  EXPECT_EQ(held().blocks, h0.blocks);
 }
 
 // Threads in waves allocate blocks of mixed sizes and alignments, pass some to a shared pool,
@@ -97,8 +75,7 @@ TEST(MemoryThreads, EndedThreadKeepsBlocksUntilFreed) {
 // own tag so that a block handed out twice, or overwritten, shows.
 TEST(MemoryThreads, StressWithForeignFreesAndThreadExits) {
   tvx_free_buffers();
-  int n0 = 0;
-  const std::int64_t b0 = held(&n0);
+  const auto h0 = held();
   struct Block {
     unsigned char* p;
     std::size_t size;
@@ -168,8 +145,7 @@ TEST(MemoryThreads, StressWithForeignFreesAndThreadExits) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) threads.emplace_back(worker, 1000u * wave + t);
     if (wave == 2) {
-      int n = 0;
-      EXPECT_GT(tvx_mem_stat(&n), 0);  // statistics walk the table while it changes
+      EXPECT_GT(held().bytes, 0);  // statistics walk the table while it changes
     }
     for (auto& t : threads) t.join();
   }
@@ -177,9 +153,8 @@ TEST(MemoryThreads, StressWithForeignFreesAndThreadExits) {
   EXPECT_EQ(corrupt.load(), 0);
   EXPECT_EQ(failed.load(), 0);
   tvx_free_buffers();
-  int n1 = 0;
-  EXPECT_EQ(held(&n1), b0);
-  EXPECT_EQ(n1, n0);
+  EXPECT_EQ(held().bytes, h0.bytes);
+  EXPECT_EQ(held().blocks, h0.blocks);
 }
 
 TEST(MemoryThreads, GlobalReleaseWhileOthersAllocate) {
@@ -205,8 +180,7 @@ TEST(MemoryThreads, GlobalReleaseWhileOthersAllocate) {
   for (auto& t : threads) t.join();
   EXPECT_EQ(bad.load(), 0);
   tvx_free_buffers();
-  int n = 0;
-  EXPECT_EQ(held(&n), 0);
+  EXPECT_EQ(held().bytes, 0);
 }
 
 }  // namespace

@@ -7,9 +7,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,10 +24,11 @@ struct ChildResult {
   std::string out;
 };
 
-// `env` entries with a null value are unset in the child. The body's int result is the child's
-// exit code.
-inline ChildResult run_in_child(const std::vector<std::pair<std::string, const char*>>& env,
-                                const std::function<int()>& body) {
+// Variables to set in the child; a null value unsets the variable.
+using Env = std::vector<std::pair<std::string, const char*>>;
+
+// The body's int result is the child's exit code.
+inline ChildResult run_in_child(const Env& env, const std::function<int()>& body) {
   int fds[2];
   if (pipe(fds) != 0) return {};
   std::fflush(nullptr);
@@ -61,4 +65,27 @@ inline ChildResult run_in_child(const std::vector<std::pair<std::string, const c
   return result;
 }
 
+// Success when the child ends with 0; otherwise its exit code and what it printed.
+inline ::testing::AssertionResult child_ok(const Env& env, const std::function<int()>& body) {
+  const ChildResult r = run_in_child(env, body);
+  if (r.exit_code == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "child ended with " << r.exit_code << ": " << r.out;
+}
+
+inline std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
 }  // namespace tvx::test
+
+// In a child's body: prints the failed condition and ends the child with 1.
+#define TVX_CHILD_CHECK(cond)                                        \
+  do {                                                               \
+    if (!(cond)) {                                                   \
+      std::printf("failed check at line %d: %s\n", __LINE__, #cond); \
+      return 1;                                                      \
+    }                                                                \
+  } while (0)
