@@ -77,26 +77,13 @@ TEST_F(Frames, RowsOfTheBuiltGenerators) {
 // Numbers outside the catalogue: a member past the count, rows not provided by this build, the
 // abstract numbers, rows past the count, the older table's end.
 TEST_F(Frames, NumberCheck) {
-  const int refused[] = {RUD_BRNG_MCG31 + 1,
-                         RUD_BRNG_MRG32K3A + 0xFFFFF,
-                         RUD_BRNG_WH,
-                         RUD_BRNG_WH + 272,
-                         RUD_BRNG_MT19937 + 1,
-                         RUD_BRNG_MT2203 + 6024,
-                         RUD_BRNG_PHILOX4X32X10 + 1,
-                         RUD_BRNG_SFMT19937 + 1,
-                         RUD_BRNG_IABSTRACT,
-                         RUD_BRNG_DABSTRACT,
-                         RUD_BRNG_SABSTRACT,
-                         0x7FFFFFFF,
-                         0x40000000,
-                         4,
-                         5,
-                         276,
-                         277,
-                         278,
-                         281,
-                         0xFFFFF};
+  // clang-format off
+  const int refused[] = {
+      RUD_BRNG_MCG31 + 1, RUD_BRNG_MRG32K3A + 0xFFFFF, RUD_BRNG_WH, RUD_BRNG_WH + 272,
+      RUD_BRNG_MT19937 + 1, RUD_BRNG_MT2203 + 6024, RUD_BRNG_PHILOX4X32X10 + 1,
+      RUD_BRNG_SFMT19937 + 1, RUD_BRNG_IABSTRACT, RUD_BRNG_DABSTRACT, RUD_BRNG_SABSTRACT,
+      0x7FFFFFFF, 0x40000000, 4, 5, 276, 277, 278, 281, 0xFFFFF};
+  // clang-format on
   for (int brng : refused) {
     SCOPED_TRACE(brng);
     RudStreamPtr s = reinterpret_cast<RudStreamPtr>(0x1);
@@ -294,9 +281,9 @@ TEST_F(Frames, RegistrationChecksInOrder) {
     edit(p);
     return p;
   };
+  // clang-format off
   const Case cases[] = {
-      {with([](auto& p) { p.StreamStateSize = -1, p.WordSize = 3, p.iBRng = nullptr; }),
-       RUD_RNG_ERROR_BAD_STATE_SIZE},
+      {with([](auto& p) { p.StreamStateSize = -1, p.WordSize = 3, p.iBRng = nullptr; }), RUD_RNG_ERROR_BAD_STATE_SIZE},
       {with([](auto& p) { p.StreamStateSize = 15; }), RUD_RNG_ERROR_BAD_STATE_SIZE},
       {with([](auto& p) { p.WordSize = 2, p.NSeeds = 0; }), RUD_RNG_ERROR_BAD_WORD_SIZE},
       {with([](auto& p) { p.WordSize = 32; }), RUD_RNG_ERROR_BAD_WORD_SIZE},
@@ -307,6 +294,7 @@ TEST_F(Frames, RegistrationChecksInOrder) {
       {with([](auto& p) { p.dBRng = nullptr; }), RUD_ERROR_NULL_PTR},
       {with([](auto& p) { p.iBRng = nullptr; }), RUD_ERROR_NULL_PTR},
   };
+  // clang-format on
   const int rows = rudGetNumRegBrngs();
   for (const Case& c : cases) {
     EXPECT_EQ(rudRegisterBrng(&c.row), c.status);
