@@ -104,11 +104,9 @@ TEST_P(Generators, KnownAnswersOfTheReference) {
       const double b = bits_to_double(std::stoull(k.params.at("b"), nullptr, 16));
       std::vector<double> r(static_cast<std::size_t>(count));
       ASSERT_EQ(s.row().dBRng(s.get(), count, r.data(), a, b), 0);
-      for (int i = 0; i < count; ++i) {
-        std::uint64_t bits;
-        std::memcpy(&bits, &r[static_cast<std::size_t>(i)], sizeof bits);
-        EXPECT_EQ(bits, k.expected[static_cast<std::size_t>(i)]) << "value " << i;
-      }
+      std::vector<std::uint64_t> bits(r.size());
+      std::memcpy(bits.data(), r.data(), r.size() * sizeof(double));
+      EXPECT_EQ(bits, k.expected);
     } else {
       EXPECT_EQ(s.words(count), k.expected);
     }
