@@ -9,9 +9,11 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "random/streams/catalogue.h"
+#include "runtime/report.h"
 #include "support/variants.h"
 #include "tvx_random.h"
 
@@ -63,6 +65,39 @@ inline void PrintTo(const Copy& c, std::ostream* os) {
 inline std::string copy_name(const testing::TestParamInfo<Copy>& info) {
   return info.param.name;
 }
+
+// ---- Captured parameter reports ---------------------------------------------------------------
+struct Report {
+  std::string name;
+  long long position;
+  bool operator==(const Report&) const = default;
+};
+inline std::vector<Report>& reports() {
+  static std::vector<Report> r;
+  return r;
+}
+inline int capture(const char* name, const std::int64_t* info, int length) {
+  reports().push_back({std::string(name, static_cast<std::size_t>(length)), *info});
+  return 0;
+}
+inline void PrintTo(const Report& r, std::ostream* os) {
+  *os << r.name << "@" << r.position;
+}
+
+// Tests whose parameter reports are captured instead of printed.
+class CapturesReports : public testing::Test {
+ protected:
+  void SetUp() override {
+    previous_ = tvx_param_error_set(capture);
+    reports().clear();
+  }
+  void TearDown() override { tvx_param_error_set(previous_); }
+  // The reports made since the last call.
+  static std::vector<Report> taken() { return std::exchange(reports(), {}); }
+
+ private:
+  tvx_param_error_fn previous_ = nullptr;
+};
 
 // FNV-1a over whole words, as the reference tool computes it.
 struct Digest {

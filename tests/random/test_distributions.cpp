@@ -22,7 +22,6 @@
 #include "random/distributions/kernel_rows.h"
 #include "random/rng_copies.h"
 #include "runtime/cpu_type.h"
-#include "runtime/report.h"
 #include "runtime/verbose.h"
 #include "support/subprocess.h"
 #include "tvx_vector.h"
@@ -160,40 +159,17 @@ const std::vector<Export>& exports() {
 }
 // clang-format on
 
-// ---- Captured parameter reports ----
-std::vector<std::pair<std::string, long long>>& reports() {
-  static std::vector<std::pair<std::string, long long>> r;
-  return r;
-}
-int capture(const char* name, const std::int64_t* info, int length) {
-  reports().emplace_back(std::string(name, static_cast<std::size_t>(length)), *info);
-  return 0;
-}
-
-class Frame : public testing::Test {
+class Frame : public CapturesReports {
  protected:
-  void SetUp() override {
-    previous_ = tvx_param_error_set(capture);
-    reports().clear();
-  }
-  void TearDown() override { tvx_param_error_set(previous_); }
   // Runs one call and checks its status and the one report it made (position 0: none).
-  void expect(const char* what, const std::function<int()>& call, int status, const char* name,
-              int position) {
+  void expect(const char* name, const char* what, int status, int position,
+              const std::function<int()>& call) {
     SCOPED_TRACE(std::string(name) + ": " + what);
     reports().clear();
     EXPECT_EQ(call(), status);
-    if (position == 0) {
-      EXPECT_TRUE(reports().empty());
-    } else {
-      ASSERT_EQ(reports().size(), 1u);
-      EXPECT_EQ(reports()[0].first, name);
-      EXPECT_EQ(reports()[0].second, position);
-    }
+    EXPECT_EQ(taken(),
+              (position == 0 ? std::vector<Report>{} : std::vector<Report>{{name, position}}));
   }
-
- private:
-  tvx_param_error_fn previous_ = nullptr;
 };
 
 // Every frame check of every export, in the order the frame makes them: each row is refused by
@@ -201,76 +177,67 @@ class Frame : public testing::Test {
 TEST_F(Frame, ChecksInOrderWithPositionAndStatus) {
   Stream good(RUD_BRNG_MCG59, 7);
   alignas(128) unsigned char dead[64] = {};  // a record whose valid byte is 0
-  RudStreamPtr bad = reinterpret_cast<RudStreamPtr>(dead);
   std::vector<unsigned char> r(64 * 16, 0xCA);
-  void* out = r.data();
+  constexpr int kPast = -2;  // the first method past the export's column
+  struct Step {
+    const char* what;
+    int method;
+    RudStreamPtr s;
+    int n;
+    void* r;
+    int status, position;
+  };
+  const Step steps[] = {
+      {"negative method before the stream", -1, nullptr, -1, nullptr, RUD_ERROR_BAD_ARGS, 1},
+      {"method word with bit 31", INT32_MIN | kFlag, good, 4, r.data(), RUD_ERROR_BAD_ARGS, 1},
+      {"null stream", 0, nullptr, -1, nullptr, RUD_ERROR_NULL_PTR, 2},
+      {"dead stream", 0, reinterpret_cast<RudStreamPtr>(dead), -1, nullptr,
+       RUD_RNG_ERROR_BAD_STREAM, 2},
+      {"negative n", kPast, good, -1, nullptr, RUD_ERROR_BAD_ARGS, 3},
+      {"n = 0 looks at nothing more", kPast, good, 0, nullptr, 0, 0},
+      {"null r", kPast, good, 4, nullptr, RUD_ERROR_BAD_ARGS, 4},
+      {"method out of the column", kPast, good, 4, r.data(), RUD_ERROR_BAD_ARGS, 1},
+  };
   for (const Export& e : exports()) {
     const Call& f = e.good;
-    expect(
-        "negative method before the stream", [&] { return f(-1, nullptr, -1, nullptr); },
-        RUD_ERROR_BAD_ARGS, e.name, 1);
-    expect(
-        "method word with bit 31", [&] { return f(INT32_MIN | kFlag, good, 4, out); },
-        RUD_ERROR_BAD_ARGS, e.name, 1);
-    expect(
-        "null stream", [&] { return f(0, nullptr, -1, nullptr); }, RUD_ERROR_NULL_PTR, e.name, 2);
-    expect(
-        "dead stream", [&] { return f(0, bad, -1, nullptr); }, RUD_RNG_ERROR_BAD_STREAM, e.name, 2);
-    expect(
-        "negative n", [&] { return f(e.max_method + 1, good, -1, nullptr); }, RUD_ERROR_BAD_ARGS,
-        e.name, 3);
-    expect(
-        "n = 0 looks at nothing more", [&] { return f(e.max_method + 1, good, 0, nullptr); }, 0,
-        e.name, 0);
-    expect(
-        "null r", [&] { return f(e.max_method + 1, good, 4, nullptr); }, RUD_ERROR_BAD_ARGS, e.name,
-        4);
-    expect(
-        "method out of the column", [&] { return f(e.max_method + 1, good, 4, out); },
-        RUD_ERROR_BAD_ARGS, e.name, 1);
+    for (const Step& st : steps) {
+      const int method = st.method == kPast ? e.max_method + 1 : st.method;
+      expect(e.name, st.what, st.status, st.position, [&] { return f(method, st.s, st.n, st.r); });
+    }
     // A call that reaches the variant function succeeds, or says that a kernel it needs is not in
     // this build.
     auto ran = [&](int method) {
       return e.kernels != nullptr && e.kernels(method) != nullptr ? RUD_ERROR_BAD_OPERATION : 0;
     };
-    expect(
-        "accuracy flag", [&] { return f(kFlag, good, 4, out); },
-        e.flag ? ran(kFlag) : RUD_ERROR_BAD_ARGS, e.name, e.flag ? 0 : 1);
-    expect(
-        "accepted", [&] { return f(e.max_method, good, 4, out); }, ran(e.max_method), e.name, 0);
+    expect(e.name, "accuracy flag", e.flag ? ran(kFlag) : RUD_ERROR_BAD_ARGS, e.flag ? 0 : 1,
+           [&] { return f(kFlag, good, 4, r.data()); });
+    expect(e.name, "accepted", ran(e.max_method), 0,
+           [&] { return f(e.max_method, good, 4, r.data()); });
     for (const auto& [call, position] : e.refused) {
-      expect(
-          "refused parameter", [&] { return call(0, good, 4, out); }, RUD_ERROR_BAD_ARGS, e.name,
-          position);
-      expect(
-          "n = 0 with a refused parameter", [&] { return call(0, good, 0, nullptr); }, 0, e.name,
-          0);
+      expect(e.name, "refused parameter", RUD_ERROR_BAD_ARGS, position,
+             [&] { return call(0, good, 4, r.data()); });
+      expect(e.name, "n = 0 with a refused parameter", 0, 0,
+             [&] { return call(0, good, 0, nullptr); });
     }
     for (const Call& call : e.nan) {
-      expect(
-          "NaN parameter passes", [&] { return call(0, good, 4, out); }, ran(0), e.name, 0);
+      expect(e.name, "NaN parameter passes", ran(0), 0, [&] { return call(0, good, 4, r.data()); });
     }
     // The twin: the same values from a stream in the same state, and its own null pointers.
     Stream s1(RUD_BRNG_MCG59, 99), s2(RUD_BRNG_MCG59, 99);
     std::vector<unsigned char> x(8 * 100, 0xCA), y(8 * 100, 0xCA);
-    expect(
-        "export", [&] { return f(0, s1, 100, x.data()); }, ran(0), e.name, 0);
-    expect(
-        "twin", [&] { return e.twin(0, s2, 100, y.data()); }, ran(0), e.name, 0);
+    expect(e.name, "export", ran(0), 0, [&] { return f(0, s1, 100, x.data()); });
+    expect(e.name, "twin", ran(0), 0, [&] { return e.twin(0, s2, 100, y.data()); });
     EXPECT_EQ(x, y) << e.name;
   }
   int zero = 0, n = 4;
   double a = 0, b = 1;
   RudStreamPtr s = good;
-  expect(
-      "twin null method", [&] { return vdrnguniform(nullptr, &s, &n, nullptr, &a, &b); },
-      RUD_ERROR_BAD_ARGS, "vdRngUniform", 1);
-  expect(
-      "twin null stream", [&] { return vdrnguniform(&zero, nullptr, &n, nullptr, &a, &b); },
-      RUD_ERROR_NULL_PTR, "vdRngUniform", 2);
-  expect(
-      "twin null b", [&] { return vdrnguniform(&zero, &s, &n, nullptr, &a, nullptr); },
-      RUD_ERROR_BAD_ARGS, "vdRngUniform", 6);
+  expect("vdRngUniform", "twin null method", RUD_ERROR_BAD_ARGS, 1,
+         [&] { return vdrnguniform(nullptr, &s, &n, nullptr, &a, &b); });
+  expect("vdRngUniform", "twin null stream", RUD_ERROR_NULL_PTR, 2,
+         [&] { return vdrnguniform(&zero, nullptr, &n, nullptr, &a, &b); });
+  expect("vdRngUniform", "twin null b", RUD_ERROR_BAD_ARGS, 6,
+         [&] { return vdrnguniform(&zero, &s, &n, nullptr, &a, nullptr); });
 }
 
 // ---- Same values on every copy and for every cut ----
@@ -380,10 +347,14 @@ TEST(Uniform, AccurateFormNeverReachesB) {
   }
 }
 
-// viRngUniform is the floor of the double uniform on [a, b) from the same state.
+// viRngUniform is the floor of the double uniform on [a, b) from the same state; the kernel calls
+// it makes leave the caller's mode word as it was.
 TEST(Uniform, IntegersAreTheFloorOfTheDoubles) {
   constexpr int kN = 100000;
   const std::pair<int, int> ranges[] = {{-3, 3}, {0, 1}, {-1000000, 7}, {INT32_MIN, INT32_MAX}};
+  const unsigned saved = kazGetMode();
+  kazSetMode(KAZ_FLUSH_DENORMALS_ON | KAZ_LA | KAZ_ERRMODE_IGNORE);
+  const unsigned mode = kazGetMode();
   for (int brng : kAllBrngs) {
     for (auto [a, b] : ranges) {
       SCOPED_TRACE(std::to_string(brng) + " [" + std::to_string(a) + ", " + std::to_string(b) +
@@ -392,6 +363,7 @@ TEST(Uniform, IntegersAreTheFloorOfTheDoubles) {
       std::vector<int> r(kN);
       std::vector<double> d(kN);
       ASSERT_EQ(viRngUniform(0, s1, kN, r.data(), a, b), 0);
+      EXPECT_EQ(kazGetMode(), mode);
       ASSERT_EQ(vdRngUniform(0, s2, kN, d.data(), a, b), 0);
       for (int i = 0; i < kN; ++i) ASSERT_EQ(r[i], static_cast<int>(std::floor(d[i]))) << i;
       if (static_cast<long long>(b) - a == 6) {
@@ -399,6 +371,7 @@ TEST(Uniform, IntegersAreTheFloorOfTheDoubles) {
       }
     }
   }
+  tvx_kaz_thread_block()->mode = saved;
 }
 
 // The bit forms against the generator's own words from a stream in the same state.
@@ -473,18 +446,6 @@ TEST(Uniform, ChiSquareOfAMillionValues) {
     ASSERT_EQ(viRngUniform(0, s3, kN, cell.data(), 0, kCells), 0);
     EXPECT_LT(chi2(cell), limit) << "viRngUniform on " << brng;
   }
-}
-
-// The kernel calls of a distribution leave the caller's mode word as it was.
-TEST(Uniform, CallerModeWordIsKept) {
-  const unsigned before = kazGetMode();
-  kazSetMode(KAZ_FLUSH_DENORMALS_ON | KAZ_LA | KAZ_ERRMODE_IGNORE);
-  const unsigned set = kazGetMode();
-  Stream s(RUD_BRNG_MCG31, 1);
-  std::vector<int> r(3000);
-  ASSERT_EQ(viRngUniform(0, s, 3000, r.data(), -5, 5), 0);
-  EXPECT_EQ(kazGetMode(), set);
-  tvx_kaz_thread_block()->mode = before;
 }
 
 // ---- Kernel-based distributions: one table of laws, each with its distribution function ----

@@ -104,11 +104,9 @@ TEST_P(Generators, KnownAnswersOfTheReference) {
       const double b = bits_to_double(std::stoull(k.params.at("b"), nullptr, 16));
       std::vector<double> r(static_cast<std::size_t>(count));
       ASSERT_EQ(s.row().dBRng(s.get(), count, r.data(), a, b), 0);
-      for (int i = 0; i < count; ++i) {
-        std::uint64_t bits;
-        std::memcpy(&bits, &r[static_cast<std::size_t>(i)], sizeof bits);
-        EXPECT_EQ(bits, k.expected[static_cast<std::size_t>(i)]) << "value " << i;
-      }
+      std::vector<std::uint64_t> bits(r.size());
+      std::memcpy(bits.data(), r.data(), r.size() * sizeof(double));
+      EXPECT_EQ(bits, k.expected);
     } else {
       EXPECT_EQ(s.words(count), k.expected);
     }
@@ -240,83 +238,62 @@ TEST_P(Generators, Mrg32k3aStandardSeedFirstUniform) {
   EXPECT_NEAR(u[1], 0.3185275653, 1e-9);
 }
 
-// Skipping k words leaves the stream where drawing k words would, on either side of the lane
-// width; a skip of 0 changes nothing.
+// Skipping k words leaves the stream where drawing k words would: from a fresh stream and from
+// part-used ones (the twisters' buffer and 128-bit block, the counters' 4-word block), on either
+// side of the lane width and of each threshold (MT19937: stepping up to 0xFFFFF; SFMT19937: plain
+// Horner up to 19967, windowed above); the counters' several-word form agrees; a skip of 0
+// changes nothing; two twister jumps compose.
 TEST_P(Generators, SkipAheadEqualsSteps) {
   const Copy& c = GetParam();
-  for (int brng :
-       {RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59, RUD_BRNG_MT19937, RUD_BRNG_SFMT19937}) {
-    for (int k : {0, 1, 2, 3, 15, 16, 17, 33, 1000, 65537}) {
-      SCOPED_TRACE(std::to_string(brng) + " skip " + std::to_string(k));
-      Stream skipped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u}),
-          stepped(c, brng, {99u, 5u, 6u, 7u, 8u, 9u});
-      const auto before = skipped.state_bytes();
-      ASSERT_EQ(c.skip(skipped.get(), k), 0);
-      if (k == 0) {
-        EXPECT_EQ(skipped.state_bytes(), before);
+  struct Row {
+    std::vector<int> brngs;
+    std::vector<std::uint32_t> seeds;
+    std::vector<int> drawn;
+    std::vector<long long> skips;
+    int compared;  // words compared after the skip
+  };
+  // clang-format off
+  const Row rows[] = {
+      {{RUD_BRNG_MCG31, RUD_BRNG_MRG32K3A, RUD_BRNG_MCG59, RUD_BRNG_MT19937, RUD_BRNG_SFMT19937},
+       {99u, 5u, 6u, 7u, 8u, 9u}, {0}, {0, 1, 2, 3, 15, 16, 17, 33, 1000, 65537}, 100},
+      {{RUD_BRNG_MT19937, RUD_BRNG_SFMT19937}, {0xC0FFEEu, 7u}, {0, 1, 5, 623, 624, 1000},
+       {1, 3, 19967, 19968, 0xFFFFF, 0x100000, 0x100001}, 1301},
+      {{RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5}, {1u, 2u, 3u, 0xFFFFFFFEu, 0xFFFFFFFFu, 6u, 7u, 8u},
+       {0, 1, 3, 4, 6}, {0, 1, 2, 3, 4, 5, 7, 8, 9, 63, 64, 65, 129, 100003}, 150},
+  };
+  // clang-format on
+  for (const Row& row : rows) {
+    for (int brng : row.brngs) {
+      const bool counter = brng == RUD_BRNG_PHILOX4X32X10 || brng == RUD_BRNG_ARS5;
+      for (int drawn : row.drawn) {
+        for (long long k : row.skips) {
+          SCOPED_TRACE(std::to_string(brng) + " after " + std::to_string(drawn) + " skip " +
+                       std::to_string(k));
+          Stream skipped(c, brng, row.seeds), stepped(c, brng, row.seeds), wide(c, brng, row.seeds);
+          skipped.words(drawn);
+          stepped.words(drawn + static_cast<int>(k));
+          const auto before = skipped.state_bytes();
+          ASSERT_EQ(c.skip(skipped.get(), k), 0);
+          EXPECT_TRUE(k != 0 || skipped.state_bytes() == before) << "a skip of 0 moved the state";
+          const auto expected = stepped.words(row.compared);
+          EXPECT_EQ(skipped.words(row.compared), expected);
+          if (!counter) continue;
+          const std::uint64_t count[3] = {static_cast<std::uint64_t>(k), 0, 0};
+          wide.words(drawn);
+          ASSERT_EQ(wide.row().InitStream(RUD_INIT_SKIPAHEADEX, wide.get(), 3, count), 0);
+          EXPECT_EQ(wide.words(row.compared), expected);
+        }
       }
-      stepped.words(k);
-      EXPECT_EQ(skipped.words(100), stepped.words(100));
     }
   }
-}
-
-// The twisters' jumps land where stepping does, from a full buffer, a partly used one and a
-// partly used 128-bit block, at either side of each threshold (MT19937: stepping up to 0xFFFFF;
-// SFMT19937: plain Horner up to 19967, windowed above); two jumps compose.
-TEST_P(Generators, TwisterJumpEqualsSteps) {
-  const Copy& c = GetParam();
-  const std::vector<std::uint32_t> seeds = {0xC0FFEEu, 7u};
+  // 10^15 + 2 x 10^6 + 3 in one jump, or as 10^15 and then 2 x 10^6 + 3 words more.
   for (int brng : {RUD_BRNG_MT19937, RUD_BRNG_SFMT19937}) {
-    for (int drawn : {0, 1, 5, 623, 624, 1000}) {
-      for (long long k : {1ll, 3ll, 19967ll, 19968ll, 0xFFFFFll, 0x100000ll, 0x100001ll}) {
-        SCOPED_TRACE(std::to_string(brng) + " " + std::to_string(drawn) + " then " +
-                     std::to_string(k));
-        Stream skipped(c, brng, seeds), stepped(c, brng, seeds);
-        skipped.words(drawn);
-        stepped.words(drawn + static_cast<int>(k));
-        ASSERT_EQ(c.skip(skipped.get(), k), 0);
-        EXPECT_EQ(skipped.words(1301), stepped.words(1301));
-      }
-    }
-    // 10^15 + 2 x 10^6 + 3 in one jump, or as 10^15 and then 2 x 10^6 + 3 words more.
-    Stream once(c, brng, seeds), twice(c, brng, seeds);
+    Stream once(c, brng, {0xC0FFEEu, 7u}), twice(c, brng, {0xC0FFEEu, 7u});
     ASSERT_EQ(c.skip(once.get(), 1000000000000000ll + 2000003ll), 0);
     ASSERT_EQ(c.skip(twice.get(), 1000000000000000ll), 0);
     ASSERT_EQ(c.skip(twice.get(), 2000000ll), 0);
     twice.words(3);
     EXPECT_EQ(once.words(700), twice.words(700));
-  }
-}
-
-// Counter generators: a skip from any place inside a block (0 to 4 words left of it) lands where
-// stepping does, across block edges and vector batches; the several-word form agrees; a skip of 0
-// or one within the words left moves only `left`.
-TEST_P(Generators, CounterSkipAheadEqualsSteps) {
-  const Copy& c = GetParam();
-  const std::vector<std::uint32_t> seeds = {1u, 2u, 3u, 0xFFFFFFFEu, 0xFFFFFFFFu, 6u, 7u, 8u};
-  for (int brng : {RUD_BRNG_PHILOX4X32X10, RUD_BRNG_ARS5}) {
-    for (int drawn : {0, 1, 3, 4, 6}) {
-      for (int k : {0, 1, 2, 3, 4, 5, 7, 8, 9, 63, 64, 65, 129, 100003}) {
-        SCOPED_TRACE(std::to_string(brng) + " after " + std::to_string(drawn) + " skip " +
-                     std::to_string(k));
-        Stream skipped(c, brng, seeds), stepped(c, brng, seeds), wide(c, brng, seeds);
-        skipped.words(drawn);
-        stepped.words(drawn);
-        wide.words(drawn);
-        const auto before = skipped.state_bytes();
-        ASSERT_EQ(c.skip(skipped.get(), k), 0);
-        if (k == 0) {
-          EXPECT_EQ(skipped.state_bytes(), before);
-        }
-        const std::uint64_t count[3] = {static_cast<std::uint64_t>(k), 0, 0};
-        ASSERT_EQ(wide.row().InitStream(RUD_INIT_SKIPAHEADEX, wide.get(), 3, count), 0);
-        stepped.words(k);
-        const auto expected = stepped.words(150);
-        EXPECT_EQ(skipped.words(150), expected);
-        EXPECT_EQ(wide.words(150), expected);
-      }
-    }
   }
 }
 
@@ -420,43 +397,51 @@ TEST_P(Generators, SeedingEdgeCases) {
   }
 }
 
+// What each generator refuses, and the arguments every generator refuses; a refused or empty call
+// leaves the state as it was.
 TEST_P(Generators, RefusedOperationsAndArguments) {
   const Copy& c = GetParam();
-  Stream r250(c, RUD_BRNG_R250, {1u}), mrg(c, RUD_BRNG_MRG32K3A, {1u});
-  Stream m31(c, RUD_BRNG_MCG31, {1u}), m59(c, RUD_BRNG_MCG59, {1u});
-  Stream philox(c, RUD_BRNG_PHILOX4X32X10, {1u}), ars(c, RUD_BRNG_ARS5, {1u});
-  Stream hw(c, RUD_BRNG_NONDETERM, {1u}), mt(c, RUD_BRNG_MT19937, {1u});
-  Stream sfmt(c, RUD_BRNG_SFMT19937, {1u}), set(c, RUD_BRNG_MT2203, {1u});
-  for (Stream* s : {&philox, &ars, &hw, &mt, &sfmt, &set}) {
-    EXPECT_EQ(c.leapfrog(s->get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
-  }
-  EXPECT_EQ(c.skip(hw.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
-  EXPECT_EQ(c.leapfrog(r250.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
-  EXPECT_EQ(c.skip(r250.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
-  EXPECT_EQ(c.leapfrog(mrg.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
+  struct Row {
+    int brng;
+    bool leapfrog, skip, skipex;  // allowed
+  };
+  const Row rows[] = {
+      {RUD_BRNG_MCG31, true, true, false},         {RUD_BRNG_R250, false, false, false},
+      {RUD_BRNG_MRG32K3A, false, true, true},      {RUD_BRNG_MCG59, true, true, false},
+      {RUD_BRNG_PHILOX4X32X10, false, true, true}, {RUD_BRNG_ARS5, false, true, true},
+      {RUD_BRNG_NONDETERM, false, false, false},   {RUD_BRNG_MT19937, false, true, false},
+      {RUD_BRNG_SFMT19937, false, true, false},    {RUD_BRNG_MT2203, false, false, false}};
   const std::uint64_t one = 1;
-  EXPECT_EQ(c.skip(set.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
-  for (Stream* s : {&r250, &m31, &m59, &hw, &mt, &sfmt, &set}) {
-    EXPECT_EQ(s->row().InitStream(RUD_INIT_SKIPAHEADEX, s->get(), 1, &one),
-              RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
-  }
-  for (Stream* s : {&r250, &mrg, &m31, &m59, &philox, &ars, &hw, &mt, &sfmt, &set}) {
-    const auto before = s->state_bytes();
-    EXPECT_EQ(s->row().InitStream(4, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
-    EXPECT_EQ(s->row().InitStream(-1, s->get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.brng);
+    Stream s(c, r.brng, {1u});
+    const auto before = s.state_bytes();
+    // Refused operations only: an allowed one would move the state.
+    if (!r.leapfrog) {
+      EXPECT_EQ(c.leapfrog(s.get(), 0, 2), RUD_RNG_ERROR_LEAPFROG_UNSUPPORTED);
+    }
+    if (!r.skip) {
+      EXPECT_EQ(c.skip(s.get(), 5), RUD_RNG_ERROR_SKIPAHEAD_UNSUPPORTED);
+    }
+    if (!r.skipex) {
+      EXPECT_EQ(s.row().InitStream(RUD_INIT_SKIPAHEADEX, s.get(), 1, &one),
+                RUD_RNG_ERROR_SKIPAHEADEX_UNSUPPORTED);
+    }
+    EXPECT_EQ(s.row().InitStream(4, s.get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
+    EXPECT_EQ(s.row().InitStream(-1, s.get(), 0, nullptr), RUD_ERROR_BAD_OPERATION);
     unsigned int w[4];
     double d[4];
     float f[4];
-    EXPECT_EQ(s->row().iBRng(s->get(), -1, w), RUD_ERROR_BAD_ARGS);
-    EXPECT_EQ(s->row().iBRng(s->get(), 4, nullptr), RUD_ERROR_NULL_PTR);
-    EXPECT_EQ(s->row().dBRng(s->get(), 4, nullptr, 0.0, 1.0), RUD_ERROR_NULL_PTR);
-    EXPECT_EQ(s->row().sBRng(s->get(), -2, f, 0.0f, 1.0f), RUD_ERROR_BAD_ARGS);
-    EXPECT_EQ(s->row().dBRng(nullptr, 4, d, 0.0, 1.0), RUD_ERROR_NULL_PTR);
-    EXPECT_EQ(s->row().iBRng(s->get(), 0, nullptr), 0);
-    EXPECT_EQ(s->state_bytes(), before) << "a refused or empty call moved the state";
+    EXPECT_EQ(s.row().iBRng(s.get(), -1, w), RUD_ERROR_BAD_ARGS);
+    EXPECT_EQ(s.row().iBRng(s.get(), 4, nullptr), RUD_ERROR_NULL_PTR);
+    EXPECT_EQ(s.row().dBRng(s.get(), 4, nullptr, 0.0, 1.0), RUD_ERROR_NULL_PTR);
+    EXPECT_EQ(s.row().sBRng(s.get(), -2, f, 0.0f, 1.0f), RUD_ERROR_BAD_ARGS);
+    EXPECT_EQ(s.row().dBRng(nullptr, 4, d, 0.0, 1.0), RUD_ERROR_NULL_PTR);
+    EXPECT_EQ(s.row().iBRng(s.get(), 0, nullptr), 0);
+    EXPECT_EQ(s.state_bytes(), before) << "a refused or empty call moved the state";
+    // A leapfrog index at or past the stream count is not refused.
+    EXPECT_TRUE(!r.leapfrog || c.leapfrog(s.get(), 5, 2) == 0);
   }
-  // A leapfrog index at or past the stream count is not refused.
-  EXPECT_EQ(c.leapfrog(m31.get(), 5, 2), 0);
 }
 
 // ---- Processor probes --------------------------------------------------------------------------

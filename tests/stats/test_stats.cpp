@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -555,7 +556,7 @@ TEST(StatsBasic, EveryVariantCopy) {
   const std::pair<const char*, Fn> copies[] = {TVX_SS_VARIANTS(TVX_SS_COPY)};
 #undef TVX_SS_COPY
   const Data d = make_data(1);
-  std::vector<std::vector<double>> first;
+  std::map<std::pair<int, int>, std::vector<double>> first;  // by storage and method
   for (size_t k = 0; k < std::size(copies); ++k) {
     if (const char* missing = tvx::test::copy_lacks(static_cast<int>(k))) {
       std::printf("skipped %s: the processor lacks %s\n", copies[k].first, missing);
@@ -567,21 +568,13 @@ TEST(StatsBasic, EveryVariantCopy) {
         TaskRun<double> r(d, storage, method, RUD_SS_MATRIX_FULL);
         for (int v = 0; v < d.p; ++v) r.o.mean[v] = 1;
         ASSERT_EQ(r.blocks(3, kAllBasic, copies[k].second), 0);
-        const std::vector<double> all[] = {r.o.mean, r.o.raw[2], r.o.cm[1], r.o.kurt, r.o.cov};
-        for (const auto& a : all) {
-          if (first.size() < 6 * std::size(all)) {
-            first.push_back(a);
-          } else {
-            const auto& want = first[(storage == kCols) * 3 * std::size(all) +
-                                     (method == 1   ? 1
-                                      : method == 2 ? 0
-                                                    : 2) *
-                                         std::size(all) +
-                                     (&a - all)];
-            EXPECT_EQ(std::memcmp(a.data(), want.data(), a.size() * sizeof(double)), 0)
-                << copies[k].first << " storage " << storage << " method " << method;
-          }
-        }
+        std::vector<double> all;
+        for (const auto* a : {&r.o.mean, &r.o.raw[2], &r.o.cm[1], &r.o.kurt, &r.o.cov})
+          all.insert(all.end(), a->begin(), a->end());
+        const auto [want, inserted] = first.try_emplace({storage, method}, all);
+        EXPECT_TRUE(inserted ||
+                    std::memcmp(all.data(), want->second.data(), all.size() * sizeof(double)) == 0)
+            << copies[k].first << " storage " << storage << " method " << method;
       }
   }
 }
