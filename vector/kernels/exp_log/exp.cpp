@@ -83,7 +83,7 @@ struct ExpKernel {
   static constexpr const char* kName = sizeof(T) == 8 ? "vdExp" : "vsExp";
   static constexpr bool kCleanRuns = true;
 
-  static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+  [[gnu::always_inline]] static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     const auto out = simd::not_less(simd::abs(x), V(kVectorRange<T>));
     bad = simd::bits(out);
     // Lanes that go to the callout compute a harmless value, so that no wild argument raises a
@@ -117,7 +117,7 @@ struct Expm1Kernel {
   static constexpr Env kEnv = Env::kMode;
   static constexpr const char* kName = sizeof(T) == 8 ? "vdExpm1" : "vsExpm1";
 
-  static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+  [[gnu::always_inline]] static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     // -infinity and large negative x stay: the vector path saturates them at -1.
     const auto out = simd::not_less(x, V(kVectorRange<T>));
     bad = simd::bits(out);

@@ -562,8 +562,8 @@ inline VD nmadd(const VD& a, const VD& b, const VD& c) {
 
 // kSplit (Log10): at HA f joins k ln2_hi in the high part, with its carry in the low part, so
 // that the product by log10(e) is exact for the high part; at LA and EP the parts stay apart.
-template <Lv L, bool kSplit>
-inline Parts<double> ln_core_div(const VD& u) {
+template <Lv L, bool kSplit, bool kCorr = false>
+inline Parts<double> ln_core_div(const VD& u, [[maybe_unused]] const VD& e = VD(0.0)) {
   const UD bu = simd::as_bits(u);
   // Adding 1 - sqrt(2)/2 (high word) moves x's exponent up by one where m >= sqrt(2)/2 * 2.
   const UD t = bu + UD(0x3FF0000000000000ull - 0x3FE6A09E00000000ull);
@@ -571,7 +571,23 @@ inline Parts<double> ln_core_div(const VD& u) {
   // k + 1023 + 2^52 as a double, less the constant: k exactly.
   const VD k =
       simd::from_bits<double>((t >> 52) | UD(0x4330000000000000ull)) - VD(0x1.00000000003ffp52);
-  const VD f = m - VD(1.0);
+  VD f = m - VD(1.0);
+  VD corr(0.0);
+  if constexpr (kCorr) {
+    // ln(u + e) with u + e = 1 + x exactly (Log1p only). Where k = 0, m = u and f + e is x
+    // itself, so e goes into f with no rounding. Elsewhere the result is at least
+    // ln(sqrt 2) in size and e enters as the first-order term e 2^-k / m, which needs only a
+    // few correct bits: the single-precision reciprocal.
+    const auto k0 = k == VD(0.0);
+    const VD scale = simd::from_bits<double>((UD(2046) - (t >> 52)) << 52);  // 2^-k
+#if TVX_VARIANT_ID == 5
+    const VD inv_m(_mm512_rcp14_pd(m));
+#else
+    const VD inv_m = rcp_via_float(m);
+#endif
+    corr = simd::select(k0, VD(0.0), (e * scale) * inv_m);
+    f = simd::select(k0, f + e, f);
+  }
   const VD s = f / (f + VD(2.0));
   const VD z = s * s;
   const VD pz = r_over_z<L>(z);
@@ -581,11 +597,13 @@ inline Parts<double> ln_core_div(const VD& u) {
     if constexpr (kSplit) {
       return ha_sum<double>(k * VD(kLn2Hi), k * VD(kLn2Lo), f, simd::fms(s, hfsq_r, hfsq));
     } else {
-      const VD inner = simd::madd(s, hfsq_r, k * VD(kLn2Lo));
+      const VD klo = kCorr ? simd::madd(k, VD(kLn2Lo), corr) : k * VD(kLn2Lo);
+      const VD inner = simd::madd(s, hfsq_r, klo);
       return {simd::madd(k, VD(kLn2Hi), f - (hfsq - inner)), VD(0.0)};
     }
   } else {
-    const VD lo = nmadd(s, nmadd(z, pz, f), f);  // f - s (f - R)
+    VD lo = nmadd(s, nmadd(z, pz, f), f);  // f - s (f - R)
+    if constexpr (kCorr) lo = lo + corr;
     if constexpr (kSplit) {
       return {k * VD(kLn2), lo};
     } else {
@@ -597,15 +615,17 @@ inline Parts<double> ln_core_div(const VD& u) {
 constexpr bool kDivCore = false;
 #endif
 
-// Whether a core takes the divide: double Ln and Log10 on AVX2; on AVX-512 double Ln at HA and
-// LA (the register table is faster at EP, where its polynomial is shorter, and its Log10 keeps
-// more margin below 1 ulp); on SSE4.2, without fused multiply-add, double Ln at EP only (the
-// table core is as fast at LA).
-template <class T, Lv L, bool kCorr, bool kKeepR>
-inline constexpr bool kUsesDiv = kDivCore && sizeof(T) == 8 && !kCorr &&
-                                 (TVX_VARIANT_ID == 3 ||
-                                  (TVX_VARIANT_ID == 5 && !kKeepR && L != Lv::kEP) ||
-                                  (TVX_VARIANT_ID == 2 && !kKeepR && L == Lv::kEP));
+// Whether a core takes the divide: double Ln, Log10 and Log1p on AVX2; on AVX-512 double Ln at
+// HA and LA (the register table is faster at EP, where its polynomial is shorter, its Log10 keeps
+// more margin below 1 ulp, and its Log1p needs no reciprocal for the correction); on SSE4.2,
+// without fused multiply-add, double Ln at EP only (the table core is as fast at LA). With a
+// correction (kCorr) only Log1p's takes it (kOnePlusX: u + e = 1 + x exactly, so that where
+// k = 0, f + e is exact); other callers' corrections go through the table core.
+template <class T, Lv L, bool kCorr, bool kKeepR, bool kOnePlusX = false>
+inline constexpr bool kUsesDiv = kDivCore && sizeof(T) == 8 &&
+                                 ((TVX_VARIANT_ID == 3 && (!kCorr || kOnePlusX)) ||
+                                  (TVX_VARIANT_ID == 5 && !kCorr && !kKeepR && L != Lv::kEP) ||
+                                  (TVX_VARIANT_ID == 2 && !kCorr && !kKeepR && L == Lv::kEP));
 
 // Whether the AVX-512 copy takes the single core without a table: for Ln, where its longer
 // polynomial costs less than the table core's reduction (and, at HA, its double-length sum).
@@ -615,10 +635,12 @@ inline constexpr bool kUsesSingleNoTable = TVX_VARIANT_ID == 5 && sizeof(T) == 4
 
 // The core for a type and level on this variant. Lanes of `skip` are bad lanes whose argument
 // the core may ignore; only variant 5 uses that (the others are given harmless stand-ins).
-template <class T, Lv L, bool kCorr, bool kKeepR = false>
+template <class T, Lv L, bool kCorr, bool kKeepR = false, bool kOnePlusX = false>
 inline Parts<T> core(const vec<T>& u, const vec<T>& e, [[maybe_unused]] std::uint32_t skip) {
 #if TVX_VARIANT_ID >= 2
-  if constexpr (kUsesDiv<T, L, kCorr, kKeepR>) return ln_core_div<L, kKeepR>(u);
+  if constexpr (kUsesDiv<T, L, kCorr, kKeepR, kOnePlusX>) {
+    return ln_core_div<L, kKeepR, kCorr>(u, e);
+  }
 #endif
 #if TVX_VARIANT_ID == 5
   if constexpr (kUsesSingleNoTable<T, L, kCorr, kKeepR>) return ln_core_f<L, false, false>(u, e);
@@ -688,7 +710,7 @@ struct LogKernel {
 
   static int callout(T x, T* r) { return log_callout<F, T>(x, r); }
 
-  static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+  [[gnu::always_inline]] static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     if constexpr (F == Fn::kLog1p) {
       return log1p(x, bad, mode);
     } else {
@@ -700,7 +722,7 @@ struct LogKernel {
   // only Ln takes them), and so does the double divide core Ln.
   static constexpr bool kFolded =
       (sizeof(T) == 4 && L != Lv::kHA && (TVX_VARIANT_ID != 5 || F == Fn::kLn)) ||
-      (kUsesDiv<T, L, false, false> && F == Fn::kLn);
+      (kUsesDiv<T, L, F == Fn::kLog1p, false, true> && F != Fn::kLog10);
 
   static V finish(const Parts<T>& d) {
     if constexpr (F != Fn::kLog10 && kFolded) {
@@ -739,7 +761,7 @@ struct LogKernel {
                         simd::select(dom, V(std::numeric_limits<T>::quiet_NaN()), y));
   }
 
-  static V log(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+  [[gnu::always_inline]] static V log(const V& x, std::uint32_t& bad, std::uint32_t mode) {
 #if TVX_VARIANT_ID == 5
     // Denormals stay in the vector path unless they are to read as zero. The two forms are
     // separate so that each block runs one class test.
@@ -762,7 +784,7 @@ struct LogKernel {
 
 #if TVX_VARIANT_ID == 5
   template <bool kDaz>
-  static V log_v5(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+  [[gnu::always_inline]] static V log_v5(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     // Zero, negative, infinite (and denormal under kDaz) lanes; the core skips them. The divide
     // core and the single core without a table take positive normals only: denormals and NaN
     // go to the callouts too.
@@ -778,7 +800,7 @@ struct LogKernel {
   }
 #endif
 
-  static V log1p(const V& x, std::uint32_t& bad, std::uint32_t mode) {
+  [[gnu::always_inline]] static V log1p(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     constexpr T kNearM1 = sizeof(T) == 8 ? T(-0x1.fffffffffffffp-1) : T(-0x1.fffffep-1);
     constexpr T kHuge = sizeof(T) == 8 ? T(bd(0x7F3FFFFFFFFFF000ull)) : T(bf(0x7E7FFFFFu));
     constexpr T kTiny = sizeof(T) == 8 ? T(0x1p-57) : T(0x1p-30);
@@ -788,11 +810,11 @@ struct LogKernel {
     bad = ~simd::bits<T>(ok) & kAll;
     const auto tiny = ax < V(kTiny);
     // Out-of-range and tiny lanes compute on a harmless stand-in.
-    const V xs = simd::select(ok && !tiny, x, V(T(0.5)));
+    const V xs = simd::select(ok && (ax >= V(kTiny)), x, V(T(0.5)));
     const V u = V(T(1)) + xs;
     const V v = u - xs;
     const V e = (V(T(1)) - v) + (xs - (u - v));
-    V y = finish(core<T, L, true>(u, e, 0));
+    V y = finish(core<T, L, true, false, true>(u, e, 0));
     // log1p x = x below the tiny bound; the product reads a denormal as zero when asked to.
     y = simd::select(tiny, x * opaque(V(T(1))), y);
     if (bad != 0 && noerr(mode)) y = settle_noerr(xc, V(T(-1)), y, bad);
