@@ -710,6 +710,8 @@ struct LogKernel {
 
   static int callout(T x, T* r) { return log_callout<F, T>(x, r); }
 
+  // Always inlined into the loops: left to itself the compiler called Log1p once per register
+  // on AVX-512 (a third of its time), and which kernels it inlined changed with unrelated edits.
   [[gnu::always_inline]] static V vector(const V& x, std::uint32_t& bad, std::uint32_t mode) {
     if constexpr (F == Fn::kLog1p) {
       return log1p(x, bad, mode);
@@ -761,11 +763,22 @@ struct LogKernel {
                         simd::select(dom, V(std::numeric_limits<T>::quiet_NaN()), y));
   }
 
+#if TVX_VARIANT_ID == 5
+  // Whether Ln and Log10 take a core that handles positive normal numbers only.
+  static constexpr bool kNormalsOnly =
+      kUsesDiv<T, L, false, F == Fn::kLog10> || kUsesSingleNoTable<T, L, false, F == Fn::kLog10>;
+#endif
+
   [[gnu::always_inline]] static V log(const V& x, std::uint32_t& bad, std::uint32_t mode) {
 #if TVX_VARIANT_ID == 5
-    // Denormals stay in the vector path unless they are to read as zero. The two forms are
-    // separate so that each block runs one class test.
-    return daz(mode) ? log_v5<true>(x, bad, mode) : log_v5<false>(x, bad, mode);
+    // Denormals stay in the table core's vector path unless they are to read as zero. The two
+    // forms are separate so that each block runs one class test. The cores without a table send
+    // denormals to the callouts either way, so they have one form.
+    if constexpr (kNormalsOnly) {
+      return log_v5<true>(x, bad, mode);
+    } else {
+      return daz(mode) ? log_v5<true>(x, bad, mode) : log_v5<false>(x, bad, mode);
+    }
 #else
     if constexpr (sizeof(T) == 4 || TVX_VARIANT_ID == 3) {
       bad = not_positive_normal(x);
@@ -788,8 +801,7 @@ struct LogKernel {
     // Zero, negative, infinite (and denormal under kDaz) lanes; the core skips them. The divide
     // core and the single core without a table take positive normals only: denormals and NaN
     // go to the callouts too.
-    if constexpr (kUsesDiv<T, L, false, F == Fn::kLog10> ||
-                  kUsesSingleNoTable<T, L, false, F == Fn::kLog10>) {
+    if constexpr (kNormalsOnly) {
       bad = x5::fpclass<0xFF, T>(x);
     } else {
       bad = kDaz ? x5::fpclass<0x7E, T>(x) : x5::fpclass<0x5E, T>(x);
