@@ -316,8 +316,7 @@ inline Parts<double> ln_core(const VD& u, const VD& e) {
 
 #endif  // TVX_VARIANT_ID != 5
 
-// ---- single without a table: every level on variants 0 to 3, Ln HA on variant 5
-// ------------------
+// ---- single without a table: variants 0 to 3, and Ln on variant 5 ---------------------------
 using IF = simd::ivec<float>;
 
 inline VF to_float(const IF& k) {
