@@ -218,3 +218,13 @@ struct Binary {
 };
 
 }  // namespace tvx::TVX_VNS::ith
+
+// Entry points of a one-argument function in double and single: kaz_<lname>_d_<lv> and
+// kaz_<lname>_s_<lv>, each running Unary<T, D, A> over the array.
+#define TVX_ITH_V_V(lname, D, A, lv)                                        \
+  void TVX_ENTRY(kaz_##lname##_d_##lv)(int n, const double* a, double* r) { \
+    run_v_v<Unary<double, D, A>>(n, a, r);                                  \
+  }                                                                         \
+  void TVX_ENTRY(kaz_##lname##_s_##lv)(int n, const float* a, float* r) {   \
+    run_v_v<Unary<float, D, A>>(n, a, r);                                   \
+  }

@@ -336,20 +336,13 @@ struct AtanhD {
 
 using namespace tvx::TVX_VNS::ith;
 
-#define TVX_HYP_V_V(lname, D, A, lv)                                        \
-  void TVX_ENTRY(kaz_##lname##_d_##lv)(int n, const double* a, double* r) { \
-    run_v_v<Unary<double, D, A>>(n, a, r);                                  \
-  }                                                                         \
-  void TVX_ENTRY(kaz_##lname##_s_##lv)(int n, const float* a, float* r) {   \
-    run_v_v<Unary<float, D, A>>(n, a, r);                                   \
-  }
 #define TVX_HYP_LEVEL(A, lv)        \
-  TVX_HYP_V_V(sinh, SinhD, A, lv)   \
-  TVX_HYP_V_V(cosh, CoshD, A, lv)   \
-  TVX_HYP_V_V(tanh, TanhD, A, lv)   \
-  TVX_HYP_V_V(asinh, AsinhD, A, lv) \
-  TVX_HYP_V_V(acosh, AcoshD, A, lv) \
-  TVX_HYP_V_V(atanh, AtanhD, A, lv)
+  TVX_ITH_V_V(sinh, SinhD, A, lv)   \
+  TVX_ITH_V_V(cosh, CoshD, A, lv)   \
+  TVX_ITH_V_V(tanh, TanhD, A, lv)   \
+  TVX_ITH_V_V(asinh, AsinhD, A, lv) \
+  TVX_ITH_V_V(acosh, AcoshD, A, lv) \
+  TVX_ITH_V_V(atanh, AtanhD, A, lv)
 
 // Variants 0 and 1 run their HA kernel in every row; variants 2, 3 and 5 have all three levels.
 extern "C" {

@@ -270,13 +270,6 @@ using AcosD = AsinAcosD<true, A>;
 using namespace tvx::TVX_VNS;
 using namespace tvx::TVX_VNS::ith;
 
-#define TVX_ITH_V_V(lname, D, A, lv)                                        \
-  void TVX_ENTRY(kaz_##lname##_d_##lv)(int n, const double* a, double* r) { \
-    run_v_v<Unary<double, D, A>>(n, a, r);                                  \
-  }                                                                         \
-  void TVX_ENTRY(kaz_##lname##_s_##lv)(int n, const float* a, float* r) {   \
-    run_v_v<Unary<float, D, A>>(n, a, r);                                   \
-  }
 #define TVX_ITH_LEVEL(A, lv)                                                             \
   TVX_ITH_V_V(asin, AsinD, A, lv)                                                        \
   TVX_ITH_V_V(acos, AcosD, A, lv)                                                        \
